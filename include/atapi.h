@@ -12,5 +12,6 @@
 #include "atapi/primitives.h"
 #include "atapi/link.h"
 #include "atapi/parse.h"
+#include "atapi/result.h"
 
 #endif /* ATAPI_H */

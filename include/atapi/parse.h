@@ -112,8 +112,111 @@ int print_operator(AtCmdParse* result);
 void* qmx_malloc_internal(size_t bytes, size_t max_limit, const char* filename, const char* funcname,
                           unsigned int line);
 
-/* The parse routines, the list parsers and the text helpers are declared below by the parser
- * implementation. */
+/* Every allocation of the parser is bounded by this many bytes. */
+#define AT_PARSE_MAX_ALLOC 0x800000u
+
+/* ---------------------------------------------------------------------------------------------
+ * Parse routines. Return codes: 0 success, -1 nothing usable or no row, -2 missing argument or
+ * structural failure, -3 bad operation type, -4 unknown final result, -5 allocation failed. On
+ * failure the result slot is left as it was unless a routine says otherwise. The reply text may be
+ * modified during the call; it is restored unless a routine says otherwise.
+ * --------------------------------------------------------------------------------------------- */
+
+/* Final-result texts, in match order, null-terminated. */
+#define AT_PARSE_FINAL_RESULT_ROWS 12
+extern const char* const at_parse_final_result[AT_PARSE_FINAL_RESULT_ROWS];
+
+/* Splits parse_str at commas outside double quotes into at_para_value[0..], each field a heap
+ * string trimmed of blanks and then of double quotes; *number receives the count. The array must
+ * hold count_separator(parse_str, ",") + 1 entries. On -5 the fields already stored stay in the
+ * array for the caller to release. */
+int at_const_parse(char** at_para_value, const char* parse_str, char* parse_str_const, int* number);
+/* One next-chained row of mode_number nodes; the strings pass to the nodes. Null on failure, in
+ * which case the strings of the nodes built so far have been released with them. */
+AtCmdParse* GreatLinkList_AT(char** mode_name, char** mode_value, int mode_number);
+/* One row from a names list and a values text (at most 128 fields each). */
+int parse_field(AtCmdParse** result, char* parse_contrast_str, char* at_value_str, char* separator);
+/* parse_field without the 128-field limit. */
+int parse_many_field(AtCmdParse** result, char* parse_contrast_str, char* at_value_str,
+                     char* separator);
+/* The ordinary parser: one row per occurrence of at_name, rows chained through plist. */
+int parse_common_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                        char* at_name);
+/* Firmware version: one node named by the template text after its '.', valued by the reply text
+ * after its first '.'. */
+int parse_soft_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                   char* at_name);
+/* Expands the range "a-b" into a next-chained row of unnamed values a, a+1, ..., b. */
+int parse_sequence(AtCmdParse** result, char* parse_contrast_str, char* at_value_str);
+/* Fall-back for replies that carry only a final result code. */
+int parse_final_result(AtCmdParse** result, char* at_value_str);
+/* Last occurrence of separator in src_str, or null. */
+char* parse_find_final_str(char* src_str, char* separator);
+
+/* List and grouped-value parsers. Group nodes carry a label (or null) and no value; their row
+ * hangs on next, and groups are chained through plist, so free_at_cmd releases a whole tree. */
+int parse_operator_list(AtCmdParse** result, char* parse_contrast_str, char* at_value_str,
+                        char* cops_field_name);
+int parse_band_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                      char* at_name);
+int parse_cops_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                      char* at_name);
+int parse_syscfg_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                        char* at_name);
+int parse_syscfgex_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                          char* at_name);
+int parse_sms_media(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                    char* at_name);
+int parse_ndisstatqry_at_str(AtCmdParse** result, const char* parse_contrast_str,
+                             char* at_value_str, char* at_name);
+int parse_lteprofile_at_str(AtCmdParse** result, const char* parse_contrast_str,
+                            char* at_value_str, char* at_name);
+int parse_sms_index_list_at_str(AtCmdParse** result, const char* parse_contrast_str,
+                                char* at_value_str, char* at_name);
+int parse_cmgi_list_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                           char* at_name);
+/* Replaces the first CR LF of the reply with ", " for good, so the PDU line becomes the last
+ * field. */
+int parse_sms_cmgr_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                          char* at_name);
+/* Parses only from the last occurrence of at_name in the reply. */
+int parse_eons_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
+                      char* at_name);
+
+/* ---------------------------------------------------------------------------------------------
+ * Text and number helpers. None allocates; all accept null as stated.
+ * --------------------------------------------------------------------------------------------- */
+
+/* GSM 03.38 default alphabet and extension table, indexed by a 7-bit code, as Unicode code
+ * points; 0xFFFF in the extension table means no character. */
+extern const uint32_t arrayGSM_7DefaultTable[128];
+extern const uint32_t arrayGSM_7ExtTable[128];
+
+/* Value of one hexadecimal digit; lower-case letters are upper-cased in place. Letters past 'F'
+ * are not refused ('G' gives 16). Null: -1. */
+int char_to_hex(char* ch);
+/* Whole string as hexadecimal (letters past 'F' accepted as by char_to_hex); -1 on any other
+ * character or null. */
+int get_hex_from_str(char* s);
+/* Whole string as hexadecimal 0-9a-fA-F; 0 on any other character or null. */
+uint64_t hex_str_to_uinteger(const char* hex);
+/* Unpacks GSM 7-bit septets; puszDst must hold iSrcLength * 8 / 7 + 2 bytes. Returns the
+ * septets written (a terminating 0 follows them). */
+int decode_7bit(const unsigned char* puszSrc, unsigned char* puszDst, int iSrcLength);
+/* Removes every leading and trailing `key` in place. */
+void split_space(char* start, char key);
+/* Occurrences of sep[0] outside double quotes. */
+int count_separator(const char* str, const char* sep);
+/* First `ch` outside double quotes, or null. */
+char* get_next_seperator(char* org_str, const char ch);
+/* 0 when every character is a decimal digit (empty included), else -1. */
+int test_str_num(const char* s);
+/* strcmp that orders null before any string. */
+int safe_strcmp(const char* a, const char* b);
+int safe_atoi(const char* src);
+long safe_atol(const char* src);
+/* Case-insensitive compare of up to n characters (at least one); either null compares equal. */
+int At_strncasecmp(const char* s1, const char* s2, size_t n);
 
 #ifdef __cplusplus
 }
