@@ -1,0 +1,171 @@
+// The request exchange: find the AT server, send one request, wait for the reply that is ours.
+//
+// The AT server's pid and queue ids are process-wide plain integers shared by every calling
+// thread without a lock; they are read and written through relaxed atomic references so that
+// concurrent first calls are race-free without costing a lock on every exchange.
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+
+#include "atapi/link.h"
+
+constexpr char kTraceSource[] = "src/at_lib";
+#include "trace.h"
+
+extern "C" {
+int g_ats_lib_task_id = -1;
+ATS_QUEUE g_ats_lib_rcv_mq_id = -1;
+ATS_QUEUE g_ats_lib_snd_mq_id = -1;
+}
+
+static_assert(sizeof(msg_q) == AT_MSG_Q_SIZE);
+static_assert(offsetof(msg_q, client_id) == 0);
+static_assert(offsetof(msg_q, req_type) == 4);
+static_assert(offsetof(msg_q, rep_type) == 8);
+static_assert(offsetof(msg_q, rsp_type) == 12);
+static_assert(offsetof(msg_q, seq) == 16);
+static_assert(offsetof(msg_q, at_mutil) == 20);
+static_assert(offsetof(msg_q, time_out) == 24);
+static_assert(offsetof(msg_q, snd_rcv_msg) == AT_MSG_UNION_OFFSET);
+static_assert(offsetof(msg_q, snd_rcv_msg.smsg.at_match_ok_str) == 28);
+static_assert(offsetof(msg_q, snd_rcv_msg.smsg.at_cmd_str) == 92);
+static_assert(offsetof(msg_q, snd_rcv_msg.smsg.len) == 732);
+static_assert(sizeof(req_msg) == 708);
+static_assert(offsetof(msg_q, snd_rcv_msg.rmsg.at_match_str) == 28);
+static_assert(offsetof(msg_q, snd_rcv_msg.rmsg.at_report_str) == 92);
+static_assert(offsetof(msg_q, snd_rcv_msg.rmsg.ret_val) == 1592);
+static_assert(offsetof(msg_q, snd_rcv_msg.rmsg.len) == 1596);
+static_assert(sizeof(msg_q::snd_rcv_msg) == AT_MSG_UNION_SIZE);
+static_assert(sizeof(at_cmd_result) == 4 && sizeof(at_req_type) == 4 && sizeof(at_report_type) == 4);
+
+namespace {
+
+constexpr int kAtServerEvent = 1;  // SIGUSR1
+
+std::atomic<unsigned int> send_msg_id{1};
+
+int load(int& global) { return std::atomic_ref<int>(global).load(std::memory_order_relaxed); }
+void store(int& global, int value) { std::atomic_ref<int>(global).store(value, std::memory_order_relaxed); }
+
+// Raised for the duration of one exchange, dropped on every way out.
+struct RootPrivileges {
+    RootPrivileges() { QMX_UTIL_UpRootPrivileges(); }
+    ~RootPrivileges() { QMX_UTIL_DropAndroidRootPrivileges(); }
+    RootPrivileges(const RootPrivileges&) = delete;
+    RootPrivileges& operator=(const RootPrivileges&) = delete;
+};
+
+int get_ats_task_id() { return ATS_task_name_to_id("atserver"); }
+
+int check_ats_id() {
+    const int id = load(g_ats_lib_task_id);
+    if (ATS_task_bExist(id) == ATS_TRUE) return 0;
+    ATS_TRACE(ERROR, "check_ats_id id = %d\n", id);
+    return -1;
+}
+
+int get_ats_queue_id() {
+    if (load(g_ats_lib_rcv_mq_id) == -1) store(g_ats_lib_rcv_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_RECV));
+    if (load(g_ats_lib_snd_mq_id) == -1) store(g_ats_lib_snd_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_SEND));
+    return (load(g_ats_lib_rcv_mq_id) == -1 || load(g_ats_lib_snd_mq_id) == -1) ? -1 : 0;
+}
+
+int reply_wait_ms(int32_t time_out_s) {
+    const int64_t ms = static_cast<int64_t>(time_out_s) * 1000;
+    return ms > INT_MAX ? INT_MAX : (ms < INT_MIN ? INT_MIN : static_cast<int>(ms));
+}
+
+}  // namespace
+
+extern "C" {
+
+int GetDataFromAtServer(msg_q* msg_buf) {
+    RootPrivileges root;
+    if (msg_buf == nullptr) return -1;
+    if (check_ats_id() == 0) return read_data_from_atsrv_proc(msg_buf);
+
+    // First use, or the AT server died or restarted: a restarted server has new queues too.
+    store(g_ats_lib_task_id, get_ats_task_id());
+    if (check_ats_id() != 0) return -1;
+    store(g_ats_lib_rcv_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_RECV));
+    store(g_ats_lib_snd_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_SEND));
+    return read_data_from_atsrv_proc(msg_buf);
+}
+
+int read_data_from_atsrv_proc(msg_q* msg_buf) {
+    if (msg_buf == nullptr || get_ats_queue_id() == -1) return -1;
+    const ATS_QUEUE rcv_q = load(g_ats_lib_rcv_mq_id);
+    const ATS_QUEUE snd_q = load(g_ats_lib_snd_mq_id);
+
+    msg_buf->seq = send_msg_id.fetch_add(1, std::memory_order_relaxed);
+    // A request this thread left behind after an earlier failure must not be answered now.
+    clear_msg_from_queue(rcv_q, msg_buf->client_id);
+
+    int retcode = 0;
+    if (send_to_msgqueue(rcv_q, msg_buf, &retcode) == -1) {
+        ATS_TRACE(INFO, "Error: send message failed\n");
+        return -1;
+    }
+    if (ATS_event_send(load(g_ats_lib_task_id), kAtServerEvent) != ATS_TRUE) {
+        ATS_TRACE(INFO, "Error: send event failed\n");
+        return -1;
+    }
+    // Nothing of the command text may be read back as report text.
+    memset_s(&msg_buf->snd_rcv_msg, AT_MSG_UNION_SIZE, 0, AT_MSG_UNION_SIZE);
+    const int result = read_from_msgqueue(snd_q, msg_buf, 1, &retcode);
+    ATS_TRACE(INFO, "Ret_val is %d ,report is ***, match is %s \n", msg_buf->snd_rcv_msg.rmsg.ret_val,
+              msg_buf->snd_rcv_msg.rmsg.at_match_str);
+    return result;
+}
+
+int send_to_msgqueue(ATS_QUEUE qid, msg_q* pmsg, int* retcode) {
+    if (pmsg == nullptr || retcode == nullptr) {
+        ATS_TRACE(INFO, " qbuf  or retcode is  NULL!\n");
+        return -1;
+    }
+    ATS_TRACE(INFO, "send_to_msgqueue:AT cmd= ***, Id= %ld, seq = %u\n", static_cast<long>(pmsg->client_id),
+              pmsg->seq);
+    if (ATS_msgQex_send(qid, pmsg, sizeof(msg_q), 0) == ATS_TRUE) return 0;
+    ATS_TRACE(INFO, "Error: send msg failed,task id = %d, qid = %d\n", ATS_task_getid(), qid);
+    return -1;
+}
+
+int read_from_msgqueue(ATS_QUEUE qid, msg_q* pmsg, int match_seq, int* retcode) {
+    if (pmsg == nullptr || qid == -1 || retcode == nullptr) {
+        ATS_TRACE(INFO, " qbuf NULL!\n");
+        return -1;
+    }
+    *retcode = 0;
+    for (;;) {
+        msg_q tmp_msg{};
+        if (ATS_msgQex_recv(qid, &tmp_msg, sizeof(msg_q), reply_wait_ms(pmsg->time_out),
+                            static_cast<unsigned int>(pmsg->client_id)) == -1) {
+            ATS_TRACE(INFO, "There is no Message in the queue!Task id = %d\n", ATS_task_getid());
+            mlog_print("atserver", 2, "ats receive message queue timeout!");
+            return -1;
+        }
+        if (match_seq != 1 || tmp_msg.seq == pmsg->seq) {
+            *pmsg = tmp_msg;
+            return 0;
+        }
+        if (tmp_msg.seq > pmsg->seq) {  // a newer reply than ours: it is consumed and lost, as intended
+            ATS_TRACE(INFO, "Error:tmp_msg.seq= %d, pmsg->seq =%d\n", static_cast<int>(tmp_msg.seq),
+                      static_cast<int>(pmsg->seq));
+            return -1;
+        }
+        // A late reply to an earlier request of this thread: drop it and wait the full time again.
+        ATS_TRACE(INFO, "Error:Msg seq erro,taskid = %d\n", ATS_task_getid());
+    }
+}
+
+void clear_msg_from_queue(ATS_QUEUE qid, long mtype) {
+    msg_q tmp{};
+    while (ATS_msgQex_recv(qid, &tmp, sizeof(msg_q), 0, static_cast<unsigned int>(mtype)) != -1)
+        ATS_TRACE(INFO, "in clear_msg_from_queue, Error: Read a mtype=%ld msg!\n", mtype);
+    memset_s(&tmp, sizeof tmp, 0, sizeof tmp);
+}
+
+}  // extern "C"

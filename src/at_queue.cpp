@@ -1,0 +1,173 @@
+// SysV message queue primitives shared by the library and the AT server.
+//
+// A buffer handed to these functions starts with the 4-byte message type of the 32-bit target.
+// The kernel's message type is a `long`, 8 bytes on 64-bit hosts, so every send and receive goes
+// through a kernel-shaped copy: the bytes that travel on a queue are the target's everywhere.
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "atapi/primitives.h"
+#include "run_dir.h"
+
+constexpr char kTraceSource[] = "src/at_queue";
+#include "trace.h"
+
+namespace {
+
+constexpr unsigned kTypeBytes = 4;
+constexpr int kPollStepMs = 10;
+
+// Holds one message in the kernel's layout: a `long` type followed by the text.
+class KernelMsg {
+public:
+    explicit KernelMsg(size_t text_size) : size_(sizeof(long) + text_size) {
+        if (size_ > stack_.size()) heap_ = std::make_unique<unsigned char[]>(size_);
+    }
+    void* data() { return heap_ ? heap_.get() : stack_.data(); }
+    unsigned char* text() { return static_cast<unsigned char*>(data()) + sizeof(long); }
+    long type() {
+        long t = 0;
+        std::memcpy(&t, data(), sizeof t);
+        return t;
+    }
+    void set_type(long t) { std::memcpy(data(), &t, sizeof t); }
+
+private:
+    size_t size_;
+    alignas(long) std::array<unsigned char, 2048> stack_{};
+    std::unique_ptr<unsigned char[]> heap_;
+};
+
+bool kernel_send(ATS_QUEUE qid, const void* msg, unsigned length, int flags) {
+    const size_t text = length - kTypeBytes;
+    KernelMsg km(text);
+    int32_t type = 0;
+    std::memcpy(&type, msg, kTypeBytes);
+    km.set_type(type);
+    std::memcpy(km.text(), static_cast<const unsigned char*>(msg) + kTypeBytes, text);
+    return msgsnd(qid, km.data(), text, flags) == 0;
+}
+
+int kernel_recv(ATS_QUEUE qid, void* msg, unsigned maxLength, long type, int flags) {
+    const size_t text = maxLength - kTypeBytes;
+    KernelMsg km(text);
+    ssize_t n = msgrcv(qid, km.data(), text, type, flags);
+    if (n >= 0) {
+        int saved = errno;
+        int32_t t = static_cast<int32_t>(km.type());
+        std::memcpy(msg, &t, kTypeBytes);
+        std::memcpy(static_cast<unsigned char*>(msg) + kTypeBytes, km.text(), static_cast<size_t>(n));
+        errno = saved;
+    }
+    return static_cast<int>(n);
+}
+
+key_t queue_key(int queue_identify) { return ftok(atapi::run_dir().c_str(), queue_identify); }
+
+enum class Variant { plain, ex };
+
+int timed_recv(Variant v, ATS_QUEUE qid, void* msg, unsigned maxLength, int timeout, long type) {
+    if (maxLength <= 3 || qid == -1) return -1;
+    if (timeout == -1) return kernel_recv(qid, msg, maxLength, type, 0);
+    if (timeout == 0) return kernel_recv(qid, msg, maxLength, type, IPC_NOWAIT);
+    if (timeout < 0) return v == Variant::ex ? -1 : 0;  // the plain variant has always answered 0 here
+
+    int remaining = timeout;
+    int last = -1;
+    while (remaining > 0) {
+        last = kernel_recv(qid, msg, maxLength, type, IPC_NOWAIT);
+        if (last > 0) return last;
+        if (last == -1 && errno == EINTR) continue;  // a signal costs neither a sleep nor time
+        if (last == -1 && qid < 0) {
+            if (v == Variant::ex)
+                ATS_TRACE(ERROR, "Error! in ATS_msgQex_recv, msgqid < 0. errno = %s\n", strerror(errno));
+            else
+                ATS_TRACE(ERROR, "Error! in ATS_msgQ_recv, msgqid < 0. errno = %s\n", strerror(errno));
+            return -1;
+        }
+        usleep(kPollStepMs * 1000);
+        remaining -= kPollStepMs;
+    }
+    return v == Variant::ex ? -1 : last;
+}
+
+}  // namespace
+
+extern "C" {
+
+ATS_QUEUE ATS_msgQ_create(int queue_identify, unsigned int maxMsgs, unsigned int maxMsgLength) {
+    if (maxMsgs > 1000 || maxMsgLength > 8192 ||
+        static_cast<unsigned long long>(maxMsgs) * maxMsgLength > 16384) {
+        ATS_TRACE(ERROR, "Error! ATS_msgQ_create parameter error.\n");
+        return -1;
+    }
+    // Exclusive on purpose: a queue that exists already belongs to someone else.
+    int id = msgget(queue_key(queue_identify), IPC_CREAT | IPC_EXCL | 0777);
+    if (id == -1) {
+        ATS_TRACE(ERROR, "Error!create msg queue error nMsgQId = %d. errno = %s\n", id, strerror(errno));
+        return -1;
+    }
+    struct msqid_ds ds {};
+    if (msgctl(id, IPC_STAT, &ds) != 0)
+        ATS_TRACE(ERROR, "Error!in ATS_msgQ_create_msgctl_IPC_STAT. errno = %s\n", strerror(errno));
+    ds.msg_qbytes = static_cast<msglen_t>(maxMsgs) * maxMsgLength;
+    if (msgctl(id, IPC_SET, &ds) != 0)
+        ATS_TRACE(ERROR, "Error!in ATS_msgQ_create_msgctl_IPC_SET. errno = %s\n", strerror(errno));
+    return id;
+}
+
+ATS_BOOL ATS_msgQ_delete(ATS_QUEUE msgqid) {
+    if (msgqid == -1) return ATS_TRUE;
+    if (msgctl(msgqid, IPC_RMID, nullptr) != 0) {
+        ATS_TRACE(ERROR, "Error!in ATS_msgQ_delete, msgctl failed. errno = %s\n", strerror(errno));
+        return ATS_FALSE;
+    }
+    return ATS_TRUE;
+}
+
+ATS_BOOL ATS_msgQ_send(ATS_QUEUE msgqid, void* pMsg, unsigned int length, int /*timeout*/) {
+    if (msgqid == -1 || length <= 3 || pMsg == nullptr) return ATS_FALSE;
+    return kernel_send(msgqid, pMsg, length, 0) ? ATS_TRUE : ATS_FALSE;
+}
+
+int ATS_msgQ_recv(ATS_QUEUE msgqid, void* pMsg, unsigned int maxLength, int timeout) {
+    if (pMsg == nullptr) return -1;
+    return timed_recv(Variant::plain, msgqid, pMsg, maxLength, timeout, 0);
+}
+
+int ATS_msgQ_num(ATS_QUEUE msgqid) {
+    if (msgqid == -1) return 0;
+    struct msqid_ds ds {};
+    if (msgctl(msgqid, IPC_STAT, &ds) != 0) return -1;
+    return static_cast<int>(ds.msg_qnum);
+}
+
+ATS_QUEUE ATS_msgQex_create(int queue_identify, unsigned int maxMsgs, unsigned int maxMsgLength) {
+    return ATS_msgQ_create(queue_identify, maxMsgs, maxMsgLength);
+}
+
+ATS_BOOL ATS_msgQex_delete(ATS_QUEUE msgqid) { return ATS_msgQ_delete(msgqid); }
+
+int ATS_msgQex_num(ATS_QUEUE msgqid) { return ATS_msgQ_num(msgqid); }
+
+ATS_BOOL ATS_msgQex_send(ATS_QUEUE msgqid, void* pMsg, unsigned int length, int timeout) {
+    if (msgqid == -1 || length <= 3 || pMsg == nullptr) return ATS_FALSE;
+    // timeout 0 must not block, so that a full queue fails at once.
+    return kernel_send(msgqid, pMsg, length, timeout == 0 ? IPC_NOWAIT : 0) ? ATS_TRUE : ATS_FALSE;
+}
+
+int ATS_msgQex_recv(ATS_QUEUE msgqid, void* pMsg, unsigned int maxLength, int timeout, unsigned int msgType) {
+    if (pMsg == nullptr) return -1;
+    return timed_recv(Variant::ex, msgqid, pMsg, maxLength, timeout, static_cast<long>(msgType));
+}
+
+ATS_QUEUE ATS_get_msgQ_id(int queue_identify) { return msgget(queue_key(queue_identify), 0); }
+
+}  // extern "C"
