@@ -66,7 +66,9 @@ constexpr const DefaultObject* find_default(uint32_t oid) {
     return nullptr;
 }
 
+// One transaction, so that no process ever sees one table without the other.
 constexpr char kSchema[] =
+    "BEGIN IMMEDIATE;"
     "CREATE TABLE IF NOT EXISTS cfg_obj("
     " oid INTEGER NOT NULL, k0 INTEGER NOT NULL, k1 INTEGER NOT NULL, k2 INTEGER NOT NULL,"
     " k3 INTEGER NOT NULL, k4 INTEGER NOT NULL, k5 INTEGER NOT NULL,"
@@ -76,7 +78,13 @@ constexpr char kSchema[] =
     " oid INTEGER NOT NULL, k0 INTEGER NOT NULL, k1 INTEGER NOT NULL, k2 INTEGER NOT NULL,"
     " k3 INTEGER NOT NULL, k4 INTEGER NOT NULL, k5 INTEGER NOT NULL,"
     " slot INTEGER NOT NULL, type INTEGER NOT NULL, num INTEGER NOT NULL, str TEXT,"
-    " PRIMARY KEY(oid, k0, k1, k2, k3, k4, k5, slot)) WITHOUT ROWID;";
+    " PRIMARY KEY(oid, k0, k1, k2, k3, k4, k5, slot)) WITHOUT ROWID;"
+    "COMMIT;";
+
+// Both prepare only against the tables this store creates.
+constexpr char kCheckObj[] = "SELECT oid, k0, k1, k2, k3, k4, k5, slot_count FROM cfg_obj LIMIT 0";
+constexpr char kCheckSlot[] =
+    "SELECT oid, k0, k1, k2, k3, k4, k5, slot, type, num, str FROM cfg_slot LIMIT 0";
 
 struct DbClose {
     void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
@@ -138,7 +146,19 @@ Db open_db() {
     }
     sqlite3_busy_timeout(db.get(), kBusyTimeoutMs);
 
-    // The first statement is where a file that is no database shows itself.
+    // The first statement is where a file that is no database shows itself. A database that
+    // holds other tables than ours belongs to someone else and is left alone.
+    int tables = -1;
+    {
+        Stmt st = prepare(db.get(), "SELECT count(*) FROM sqlite_master");
+        if (st && sqlite3_step(st.get()) == SQLITE_ROW) tables = sqlite3_column_int(st.get(), 0);
+    }
+    if (tables < 0 || (tables > 0 && !(prepare(db.get(), kCheckObj) && prepare(db.get(), kCheckSlot)))) {
+        CFG_TRACE(ERROR, "cfgstore: %s unusable: %s\n", path.data(),
+                  tables < 0 ? sqlite3_errmsg(db.get()) : "not a configuration store");
+        return Db{};
+    }
+
     bool wal = false;
     for (int attempt = 0; attempt < kJournalRetries && !wal; ++attempt) {
         Stmt st = prepare(db.get(), "PRAGMA journal_mode=WAL");
@@ -150,15 +170,15 @@ Db open_db() {
         } else if (is_busy(rc)) {
             usleep(kJournalRetryUs);
         } else {
-            CFG_TRACE(ERROR, "cfgstore: %s unusable: %s\n", path.data(), sqlite3_errmsg(db.get()));
-            return Db{};
+            break;
         }
     }
     if (!wal) {
-        CFG_TRACE(WARNING, "cfgstore: %s not in WAL mode\n", path.data());
+        CFG_TRACE(WARNING, "cfgstore: %s not in WAL mode: %s\n", path.data(), sqlite3_errmsg(db.get()));
     }
-    if (!exec(db.get(), "PRAGMA synchronous=NORMAL") || !exec(db.get(), kSchema)) {
+    if (!exec(db.get(), "PRAGMA synchronous=NORMAL") || (tables == 0 && !exec(db.get(), kSchema))) {
         CFG_TRACE(ERROR, "cfgstore: %s unusable: %s\n", path.data(), sqlite3_errmsg(db.get()));
+        if (!sqlite3_get_autocommit(db.get())) exec(db.get(), "ROLLBACK");
         return Db{};
     }
     return db;
