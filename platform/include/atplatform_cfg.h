@@ -12,8 +12,9 @@
  *       when set and not empty, else "/var/run".
  *   Both variables are read with secure_getenv on every call (so a set-user-ID program ignores
  *   them). The directory is never created: a missing directory makes every call fail.
- *   A file that cannot be opened, is not a database or is damaged makes the call fail with
- *   ATP_CFG_ERR_DB (traced at error level); the store never deletes or rewrites such a file.
+ *   A file that cannot be opened, is not a database, holds another program's tables or is
+ *   damaged makes the call fail with ATP_CFG_ERR_DB (traced at error level); the store never
+ *   deletes or rewrites such a file.
  *
  * Usage
  *     static const uint32_t zero_keys[ATP_CFG_KEY_COUNT] = {0};
