@@ -1,0 +1,84 @@
+// at_parse_internal.h - building blocks shared by the reply parsers.
+//
+// The parsers read the reply through string_views and never depend on temporary terminators,
+// so a hostile reply cannot make them walk past its end. Every node and every string is its own
+// heap block from qmx_malloc_internal, so one fault-injection hook there reaches every failure
+// path of the parser.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+#include "atapi/parse.h"
+
+extern "C" {
+// Test hook, internal to the library's own test build: the `nth` allocation made through
+// qmx_malloc_internal by the calling thread from now on fails (1 = the next one); 0 disarms.
+// Only that one allocation fails; later ones succeed again.
+void atapi_internal_fail_nth_alloc(long nth);
+// Allocations the calling thread made through qmx_malloc_internal since the last
+// atapi_internal_fail_nth_alloc call.
+long atapi_internal_alloc_count(void);
+}
+
+namespace atparse {
+
+// Limit of the fixed name and value arrays of one row; longer rows go to heap arrays.
+inline constexpr int kMaxFields = 128;
+
+inline constexpr int kOk = 0;
+inline constexpr int kNothing = -1;
+inline constexpr int kBadArgument = -2;
+inline constexpr int kBadOperation = -3;
+inline constexpr int kUnknownResult = -4;
+inline constexpr int kNoMemory = -5;
+
+inline std::string_view view(const char* s) noexcept {
+    return s != nullptr ? std::string_view(s) : std::string_view();
+}
+
+// Drops every leading and trailing character that is in `chars`.
+std::string_view trim(std::string_view text, std::string_view chars) noexcept;
+// Occurrences of `sep` outside double quotes (a double quote toggles the quoted state).
+int count_outside_quotes(std::string_view text, char sep) noexcept;
+// Position of the first `sep` outside double quotes, or npos.
+size_t find_outside_quotes(std::string_view text, char sep, size_t from = 0) noexcept;
+// Text between the first '(' at or after `from` and the next ')'; `end` receives the position
+// after the ')'. False when either bracket is missing.
+bool next_group(std::string_view text, size_t from, std::string_view* group, size_t* end) noexcept;
+
+// Heap array of `count` null pointers, or null.
+char** new_pointer_array(size_t count) noexcept;
+// A zeroed node, or null.
+AtCmdParse* new_node() noexcept;
+// A heap copy of `text` with its terminator, or null.
+char* dup_text(std::string_view text) noexcept;
+// A node labelled with a copy of `label` (null label: no name), or null.
+AtCmdParse* new_group(const char* label) noexcept;
+// Frees every non-null string of the array and nulls the slots.
+void release_strings(std::span<char*> strings) noexcept;
+// Frees a plist chain of rows (free_at_cmd) and nulls the slot.
+void release(AtCmdParse** tree) noexcept;
+// Appends `row` to the plist chain that starts at *head.
+void append_row(AtCmdParse** head, AtCmdParse* row) noexcept;
+
+// Splits `text` at commas outside quotes into `out`, each field trimmed of blanks and then of
+// double quotes; an empty last field is not stored. *number receives the fields stored. 0, or
+// -5 when an allocation failed (the stored fields stay in `out`), or -1 when `out` is too small.
+int split_fields(std::string_view text, std::span<char*> out, int* number) noexcept;
+// The row builder behind GreatLinkList_AT. Slots whose strings moved into nodes are nulled, so
+// the caller frees exactly what is left in the arrays whatever the outcome.
+AtCmdParse* link_row(char** names, char** values, int count) noexcept;
+// One row of named values: parse_field without the 128-field limit.
+int field_row(AtCmdParse** result, std::string_view names, std::string_view values) noexcept;
+// Appends the unnamed values of the range "a-b" to the next chain at *result. On failure the
+// whole chain is released and *result nulled.
+int sequence_row(AtCmdParse** result, std::string_view text) noexcept;
+// The final-result fall-back.
+int final_result(AtCmdParse** result, std::string_view reply) noexcept;
+// parse_common_at_str from `values`, the text after the name's colon, to the end of the reply.
+int common_rows(AtCmdParse** result, std::string_view names, std::string_view reply,
+                size_t values_start, std::string_view name) noexcept;
+
+}  // namespace atparse
