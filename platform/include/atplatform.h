@@ -41,11 +41,7 @@ int strncat_s(char* strDest, size_t destMax, const char* strSrc, size_t count);
  * arguments, the buffer and its size in bytes as an unsigned int. A string that does not fit
  * fails the conversion. Returns the number of fields assigned, or -1 on invalid arguments or
  * when the input ends before the first conversion. */
-int sscanf_s(const char* buffer, const char* format, ...)
-#if defined(__GNUC__)
-    __attribute__((format(scanf, 2, 3)))
-#endif
-    ;
+int sscanf_s(const char* buffer, const char* format, ...);
 /* Formats at most `count` characters (the NUL not counted) into dest, and never more than
  * destMax - 1. `source` and `line` name the caller for the trace written when the output is cut.
  * Returns the characters written, or -1 when the output was cut or an argument was invalid. */

@@ -96,13 +96,18 @@ public:
 private:
     void start();
     void stop();
-    void serve();
-    void answer(const Request& req, const Reply& r);
+    void receive(int request_q);
+    void work(int reply_q);
+    void answer(const Request& req, const Reply& r, int reply_q);
 
     std::string run_dir_;
     int pid_ = -1;
     int rcv_q_ = -1, snd_q_ = -1;
-    std::thread thread_;
+    static constexpr int kReceivers = 8;
+    std::vector<std::thread> receivers_;
+    std::thread worker_;
+    bool stopping_ = false;
+    std::deque<Request> pending_;
     mutable std::mutex mu_;
     std::condition_variable cv_;
     std::deque<Reply> script_;

@@ -1,0 +1,12 @@
+# Foundation: platform library, queue and task primitives, the request exchange, the C header.
+atapi_add_test(test_platform core/test_platform.cpp)
+atapi_add_test(test_queue core/test_queue.cpp)
+target_link_libraries(test_queue PRIVATE ${CMAKE_DL_LIBS})
+atapi_add_test(test_depends core/test_depends.cpp)
+atapi_add_test(test_exchange core/test_exchange.cpp)
+
+# The public header must build as C11 and link against the library.
+add_executable(test_c_header core/c_header.c)
+target_link_libraries(test_c_header PRIVATE atapi)
+target_compile_options(test_c_header PRIVATE -pedantic-errors)
+add_test(NAME test_c_header COMMAND test_c_header)

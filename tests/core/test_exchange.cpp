@@ -1,0 +1,245 @@
+// The request exchange against the scripted fake AT server, over real queues.
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "atapi.h"
+#include "fake_ats.h"
+#include "trace_capture.h"
+
+using namespace atapi_test;
+using namespace std::chrono_literals;
+
+namespace {
+
+msg_q request(const char* cmd, const char* match = "", int time_out = 5) {
+    msg_q m{};
+    m.client_id = static_cast<int32_t>(syscall(SYS_gettid));
+    m.req_type = AT_REQ;
+    m.rsp_type = DIRECT_BACK;
+    m.at_mutil = AT_RES_ONE;
+    m.time_out = time_out;
+    ATS_strncpy_s(m.snd_rcv_msg.smsg.at_cmd_str, AT_CMD_STR_LEN, cmd, ATS_strlen_s(cmd));
+    ATS_strncpy_s(m.snd_rcv_msg.smsg.at_match_ok_str, AT_MATCH_STR_LEN, match, ATS_strlen_s(match));
+    return m;
+}
+
+// As a process that has not talked to an AT server yet.
+void forget_server() {
+    g_ats_lib_task_id = -1;
+    g_ats_lib_rcv_mq_id = -1;
+    g_ats_lib_snd_mq_id = -1;
+}
+
+class Exchange : public ::testing::Test {
+protected:
+    void SetUp() override {
+        forget_server();
+        clear_traces();
+    }
+    FakeAtServer ats;
+};
+
+TEST_F(Exchange, FirstCallTracesOnceThenExchanges) {
+    ats.reply(ok("+CSQ: 20,99"));
+    msg_q m = request("AT+CSQ", "+CSQ");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    EXPECT_EQ(count_trace("check_ats_id id = -1\n"), 1u);
+    EXPECT_EQ(m.snd_rcv_msg.rmsg.ret_val, AT_CMD_OK);
+    EXPECT_STREQ(m.snd_rcv_msg.rmsg.at_report_str, "+CSQ: 20,99");
+    EXPECT_STREQ(m.snd_rcv_msg.rmsg.at_match_str, "+CSQ");
+
+    const Request r = ats.last();
+    EXPECT_EQ(r.cmd, "AT+CSQ");
+    EXPECT_EQ(r.match, "+CSQ");
+    EXPECT_EQ(r.client_id, m.client_id);
+    EXPECT_EQ(r.seq, m.seq);
+    EXPECT_EQ(r.time_out, 5);
+    EXPECT_EQ(std::memcmp(&r.raw, &m, 16), 0);  // client, request, report and answer types as filled
+
+    // The next call finds the server cached: no further lookup trace, and the next sequence number.
+    clear_traces();
+    ats.reply(ok("+CSQ: 21,99"));
+    msg_q m2 = request("AT+CSQ", "+CSQ");
+    ASSERT_EQ(GetDataFromAtServer(&m2), 0);
+    EXPECT_EQ(count_trace("check_ats_id id = -1\n"), 0u);
+    EXPECT_EQ(ats.last().seq, r.seq + 1);
+    EXPECT_TRUE(has_trace("Ret_val is 2 ,report is ***, match is +CSQ"));
+}
+
+// The command text never reaches the trace, and nothing of it can be read back as report text.
+TEST_F(Exchange, CommandTextIsMaskedAndNotEchoed) {
+    ats.reply(ok(""));
+    msg_q m = request("AT+CPIN=\"1234\"");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    EXPECT_EQ(m.snd_rcv_msg.rmsg.at_report_str[0], '\0');
+    EXPECT_FALSE(has_trace("1234"));
+    EXPECT_TRUE(has_trace("send_to_msgqueue:AT cmd= ***, Id= "));
+}
+
+TEST_F(Exchange, ServerRestartedBetweenCalls) {
+    ats.reply(ok("one"));
+    msg_q m = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    const int old_pid = ats.pid();
+    ats.restart();
+    ASSERT_NE(ats.pid(), old_pid);
+    clear_traces();
+    ats.reply(ok("two"));
+    msg_q m2 = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m2), 0);
+    EXPECT_STREQ(m2.snd_rcv_msg.rmsg.at_report_str, "two");
+    EXPECT_EQ(g_ats_lib_task_id, ats.pid());
+    EXPECT_EQ(g_ats_lib_rcv_mq_id, ats.request_queue());
+    EXPECT_EQ(g_ats_lib_snd_mq_id, ats.reply_queue());
+    EXPECT_EQ(count_trace("check_ats_id id = " + std::to_string(old_pid) + "\n"), 1u);
+}
+
+TEST_F(Exchange, StaleReplyIsDroppedAndTheCallGetsItsOwn) {
+    Reply own = ok("own");
+    Reply stale = ok("stale");
+    stale.seq_delta = -1;
+    own.extra_before.push_back(stale);
+    ats.reply(own);
+    msg_q m = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    EXPECT_STREQ(m.snd_rcv_msg.rmsg.at_report_str, "own");
+    EXPECT_TRUE(has_trace("Error:Msg seq erro,taskid = "));
+}
+
+TEST_F(Exchange, NewerSequenceFails) {
+    Reply newer = ok("newer");
+    newer.seq_delta = 1;
+    ats.reply(newer);
+    msg_q m = request("AT");
+    EXPECT_EQ(GetDataFromAtServer(&m), -1);
+    EXPECT_TRUE(has_trace("Error:tmp_msg.seq= "));
+}
+
+// A reply that arrives after its caller gave up is dropped by that thread's next call.
+TEST_F(Exchange, LateReplyIsDroppedByTheNextCall) {
+    ats.reply(delayed(ok("late"), 1500ms));
+    ats.reply(ok("fresh"));
+    msg_q m = request("AT+FIRST", "", 1);
+    EXPECT_EQ(GetDataFromAtServer(&m), -1);
+    msg_q m2 = request("AT+SECOND", "", 5);
+    ASSERT_EQ(GetDataFromAtServer(&m2), 0);
+    EXPECT_STREQ(m2.snd_rcv_msg.rmsg.at_report_str, "fresh");
+}
+
+TEST_F(Exchange, TimeoutAfterTimeOutSeconds) {
+    ats.reply(silent());
+    msg_q m = request("AT", "", 1);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(GetDataFromAtServer(&m), -1);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms);  // it did wait for the reply
+    EXPECT_TRUE(has_trace("There is no Message in the queue!Task id = "));
+    const auto logs = syslog_lines();
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_EQ(logs[0].ident, "atserver");
+    EXPECT_EQ(logs[0].level, 2);
+    EXPECT_EQ(logs[0].text, "ats receive message queue timeout!");
+}
+
+// With the AT server gone the call fails without sending and without waiting on a queue.
+TEST_F(Exchange, AbsentServerFailsWithoutWaiting) {
+    ats.reply(ok());
+    msg_q m = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    ats.die();
+    clear_traces();
+    msg_q m2 = request("AT", "", 30);
+    EXPECT_EQ(GetDataFromAtServer(&m2), -1);
+    EXPECT_FALSE(has_trace("There is no Message in the queue!"));
+    EXPECT_TRUE(syslog_lines().empty());
+    EXPECT_EQ(count_trace("check_ats_id id = " + std::to_string(ats.pid()) + "\n"), 2u);
+
+    std::filesystem::remove(ats.pid_file());  // no pid file at all
+    EXPECT_EQ(GetDataFromAtServer(&m2), -1);
+    EXPECT_EQ(ats.count(), 1u);
+}
+
+TEST_F(Exchange, NullArguments) {
+    EXPECT_EQ(GetDataFromAtServer(nullptr), -1);
+    EXPECT_EQ(read_data_from_atsrv_proc(nullptr), -1);
+    int rc = 7;
+    msg_q m = request("AT");
+    EXPECT_EQ(send_to_msgqueue(ats.request_queue(), nullptr, &rc), -1);
+    EXPECT_EQ(send_to_msgqueue(ats.request_queue(), &m, nullptr), -1);
+    EXPECT_EQ(count_trace(" qbuf  or retcode is  NULL!\n"), 2u);
+    EXPECT_EQ(read_from_msgqueue(-1, &m, 1, &rc), -1);
+    EXPECT_EQ(read_from_msgqueue(ats.reply_queue(), &m, 1, nullptr), -1);
+    EXPECT_EQ(count_trace(" qbuf NULL!\n"), 2u);
+    EXPECT_EQ(ats.count(), 0u);
+}
+
+TEST_F(Exchange, SixteenThreadsEachGetTheirOwnReply) {
+    ats.respond([](const Request& r) { return ok("reply to " + r.cmd + " of " + std::to_string(r.client_id)); });
+    constexpr int kThreads = 16, kCalls = 20;
+    std::vector<int> failures(kThreads, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, &failures] {
+            for (int i = 0; i < kCalls; ++i) {
+                const std::string cmd = "AT+T" + std::to_string(t) + "=" + std::to_string(i);
+                msg_q m = request(cmd.c_str());
+                const std::string want = "reply to " + cmd + " of " + std::to_string(m.client_id);
+                if (GetDataFromAtServer(&m) != 0 || want != m.snd_rcv_msg.rmsg.at_report_str) ++failures[t];
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
+    EXPECT_EQ(ats.count(), size_t(kThreads * kCalls));
+}
+
+TEST(ClearQueue, RemovesOnlyTheThreadsMessages) {
+    FakeAtServer ats;  // for a private run directory; its queues are not used here
+    clear_traces();
+    ATS_QUEUE q = ATS_msgQ_create(5, 10, 1600);
+    ASSERT_NE(q, -1);
+    msg_q a{}, b{};
+    a.client_id = 300;
+    b.client_id = 301;
+    for (int i = 0; i < 3; ++i) ATS_msgQex_send(q, &a, sizeof a, 0);
+    ATS_msgQex_send(q, &b, sizeof b, 0);
+    clear_msg_from_queue(q, 300);
+    EXPECT_EQ(ATS_msgQ_num(q), 1);
+    EXPECT_EQ(count_trace("in clear_msg_from_queue, Error: Read a mtype=300 msg!\n"), 3u);
+    ATS_msgQ_delete(q);
+}
+
+// A full request queue fails the send at once.
+TEST(FullQueue, SendFails) {
+    char tmpl[] = "/tmp/atapi-full-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    const std::string dir = tmpl;
+    setenv("ATAPI_RUN_DIR", tmpl, 1);
+    std::filesystem::create_directories(dir + "/pidfile");
+    std::ofstream(dir + "/pidfile/atserver.pid") << getpid() << "\n";  // alive, and never signalled
+    ATS_QUEUE rq = ATS_msgQ_create(2, 1, 1600);
+    ATS_QUEUE sq = ATS_msgQ_create(1, 1, 1600);
+    msg_q filler{};
+    filler.client_id = 1;
+    ASSERT_EQ(ATS_msgQex_send(rq, &filler, sizeof filler, 0), ATS_TRUE);
+    forget_server();
+    clear_traces();
+    msg_q m = request("AT");
+    EXPECT_EQ(GetDataFromAtServer(&m), -1);
+    EXPECT_TRUE(has_trace("Error: send msg failed,task id = "));
+    EXPECT_EQ(count_trace("Error: send message failed\n"), 1u);
+    ATS_msgQ_delete(rq);
+    ATS_msgQ_delete(sq);
+    std::filesystem::remove_all(dir);
+}
+
+}  // namespace
