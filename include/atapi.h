@@ -13,5 +13,8 @@
 #include "atapi/link.h"
 #include "atapi/parse.h"
 #include "atapi/result.h"
+#include "atapi/time.h"
+#include "atapi/comm.h"
+#include "atapi/network.h"
 
 #endif /* ATAPI_H */

@@ -1,0 +1,466 @@
+// ats_network_reg.cpp - registration state, attach, system information and its cache in the
+// configuration store, rejection cause, report switches and roaming.
+#include <cstdint>
+
+#include "atapi/network.h"
+constexpr char kTraceSource[] = "src/ats_network";
+#include "frame.h"
+
+using atapi::copy_text;
+using atapi::Field;
+using atapi::ParseTree;
+using atapi::Request;
+
+namespace {
+
+// The set half of a query-or-set command: no reply prefix, and an error reply is not mapped.
+int send_setting(Request& req, AT_AMSS_RES& exe_result) {
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return -1;
+    exe_result = AT_CMD_RES_SUCCESS;
+    return 0;
+}
+
+}  // namespace
+
+extern "C" int AT_Creg(int cmdType, LacCellid* lac_cellid) {
+    if (!lac_cellid) return -1;
+    if (cmdType == AT_SET_VALUE) {
+        Request req;
+        AT_FORMAT_CMD(req, 639, "AT+CREG=%d", lac_cellid->n);
+        return send_setting(req, lac_cellid->AtExeResult);
+    }
+    if (cmdType != AT_CHECK_VALUE) return -1;
+    Request req{"AT+CREG?", "+CREG:"};
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return req.map_error(lac_cellid->AtExeResult);
+    ParseTree tree = req.parse("+CREG", AT_FUNCTION_NETWORK_CFG);
+    if (!tree) return -1;
+    lac_cellid->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row()) {
+        if (f.is("n"))         lac_cellid->n = f.number();
+        else if (f.is("stat")) lac_cellid->stat = f.number();
+        else if (f.is("lac"))  copy_text(lac_cellid->lac, f.value());
+        else if (f.is("ci"))   copy_text(lac_cellid->ci, f.value());
+        else if (f.is("act"))  copy_text(lac_cellid->act, f.value());
+    }
+    return 0;
+}
+
+extern "C" int AT_Cgreg(int CmdType, CgregRsp* rsp) {
+    if (!rsp) return -1;
+    if (CmdType == AT_SET_VALUE) {
+        Request req;
+        AT_FORMAT_CMD(req, 639, "AT+CGREG=%d", rsp->ReportMode);
+        return send_setting(req, rsp->AtExeResult);
+    }
+    if (CmdType != AT_CHECK_VALUE) return -1;
+    Request req{"AT+CGREG?", "+CGREG:"};
+    if (int rc = req.exchange()) {
+        ATS_TRACE(ERROR, "AT_Cgreg GetDataFromAtServer failed\n");
+        return rc;
+    }
+    if (!req.ok()) return req.map_error(rsp->AtExeResult);
+    ParseTree tree = req.parse("+CGREG", AT_FUNCTION_NETWORK_CFG);
+    if (!tree) {
+        ATS_TRACE(ERROR, "AT_Cgreg NULL == at_parse_result\n");
+        return -1;
+    }
+    rsp->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row()) {
+        if (f.is("n"))         rsp->ReportMode = f.number();
+        else if (f.is("stat")) rsp->ReportState = f.number();
+        else if (f.is("lac"))  copy_text(rsp->LacCode, f.value());
+        else if (f.is("ci"))   copy_text(rsp->CellID, f.value());
+        else if (f.is("act"))  copy_text(rsp->act, f.value());
+    }
+    return 0;
+}
+
+extern "C" int AT_Cereg(int CmdType, CeregRsp* rsp) {
+    if (!rsp) return -1;
+    if (CmdType == AT_SET_VALUE) {
+        Request req;
+        AT_FORMAT_CMD(req, 639, "AT+CEREG=%d", rsp->ReportMode);
+        return send_setting(req, rsp->AtExeResult);
+    }
+    if (CmdType != AT_CHECK_VALUE) return -1;
+    Request req{"AT+CEREG?", "+CEREG:"};
+    if (int rc = req.exchange()) {
+        ATS_TRACE(ERROR, "AT_Cereg GetDataFromAtServer failed\n");
+        return rc;
+    }
+    if (!req.ok()) return req.map_error(rsp->AtExeResult);
+    ParseTree tree = req.parse("+CEREG", AT_FUNCTION_NETWORK_CFG);
+    if (!tree) {
+        ATS_TRACE(ERROR, "AT_Cereg NULL == at_parse_result\n");
+        return -1;
+    }
+    rsp->AtExeResult = AT_CMD_RES_SUCCESS;
+    // The record has no access technology; a reply that carries one is read past.
+    for (Field f : tree.row()) {
+        if (f.is("n"))         rsp->ReportMode = f.number();
+        else if (f.is("stat")) rsp->ReportState = f.number();
+        else if (f.is("lac"))  copy_text(rsp->LacCode, f.value());
+        else if (f.is("ci"))   copy_text(rsp->CellID, f.value());
+    }
+    return 0;
+}
+
+extern "C" int AT_Cgatt(int CmdType, PsAttatch* psattatch) {
+    if (!psattatch) return -1;
+    if (CmdType == AT_SET_VALUE) {
+        Request req;
+        AT_FORMAT_CMD(req, 639, "AT+CGATT=%d", psattatch->state);
+        return send_setting(req, psattatch->AtExeResult);
+    }
+    if (CmdType != AT_CHECK_VALUE) return -1;
+    Request req{"AT+CGATT?", "+CGATT:"};
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return req.map_error(psattatch->AtExeResult);
+    ParseTree tree = req.parse("+CGATT", AT_FUNCTION_NETWORK_CFG);
+    if (!tree) return -1;
+    psattatch->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row())
+        if (f.is("state")) psattatch->state = static_cast<uint8_t>(f.number());
+    return 0;
+}
+
+extern "C" int AT_Cgcatt(int CmdType, AttatchInfo* attatchInfo) {
+    if (!attatchInfo) return -1;
+    if (CmdType == AT_SET_VALUE) {
+        Request req;
+        AT_FORMAT_CMD(req, 640, "AT^CGCATT=%d,%d", attatchInfo->state, attatchInfo->mode);
+        return send_setting(req, attatchInfo->AtExeResult);
+    }
+    if (CmdType != AT_CHECK_VALUE) return -1;
+    Request req{"AT^CGCATT?", "^CGCATT:"};
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return req.map_error(attatchInfo->AtExeResult);
+    ParseTree tree = req.parse("^CGCATT", AT_FUNCTION_NETWORK_CFG);
+    if (!tree) return -1;
+    attatchInfo->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row()) {
+        if (f.is("psState"))      attatchInfo->psState = static_cast<uint8_t>(f.number());
+        else if (f.is("csState")) attatchInfo->csState = static_cast<uint8_t>(f.number());
+    }
+    return 0;
+}
+
+extern "C" int AT_PrefRoam(int CmdType, RoamSwitch* pRoamSwitch) {
+    if (!pRoamSwitch) return -1;
+    if (CmdType == AT_SET_VALUE) {
+        Request req;
+        AT_FORMAT_CMD(req, 640, "at^prefroam = %d", pRoamSwitch->roam);
+        return send_setting(req, pRoamSwitch->AtExeResult);
+    }
+    if (CmdType != AT_CHECK_VALUE) return -1;
+    Request req{"at^prefroam?", "prefroam:"};
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return -1;
+    // The system table has no "^prefroam" row, so today this query ends here with -1.
+    ParseTree tree = req.parse("^prefroam", AT_FUNCTION_SYSTEM_CFG);
+    if (!tree) return -1;
+    pRoamSwitch->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row())
+        if (f.is("prefroam")) pRoamSwitch->roam = f.number();
+    return 0;
+}
+
+extern "C" int AT_Srvst(int CmdType, SrvstSet* rsp) {
+    if (!rsp || CmdType != AT_SET_VALUE) return -1;
+    Request req;
+    AT_FORMAT_CMD(req, 639, "AT^SRVST=%d", rsp->ReportMode);
+    return send_setting(req, rsp->AtExeResult);
+}
+
+extern "C" int AT_Mode(int CmdType, ModeSet* rsp) {
+    if (!rsp || CmdType != AT_SET_VALUE) return -1;
+    Request req;
+    AT_FORMAT_CMD(req, 640, "AT^MODE=%d", rsp->ReportMode);
+    return send_setting(req, rsp->AtExeResult);
+}
+
+extern "C" int AT_SysinfoCommand(StSysinfo* Result) {
+    if (!Result) return -1;
+    Request req{"AT^SYSINFO", "^SYSINFO"};
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return -1;
+    ParseTree tree = req.parse("^SYSINFO", AT_FUNCTION_SYSTEM_CFG);
+    if (!tree) return -1;
+    Result->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row()) {
+        if (f.is("srv_status"))       Result->srv_status = f.number();
+        else if (f.is("srv_domain"))  Result->srv_domain = f.number();
+        else if (f.is("roam_status")) Result->roam_status = f.number();
+        else if (f.is("sys_mode"))    Result->sys_mode = f.number();
+        else if (f.is("sim_state"))   Result->sim_state = f.number();
+        else if (f.is("lock_state"))  Result->lock_state = f.number();
+        else if (f.is("sys_submode")) Result->submode = f.number();
+    }
+    return 0;
+}
+
+extern "C" int AT_SysinfoexCommand(SysinfoEx* Result) {
+    if (!Result) return -1;
+    Request req{"AT^SYSINFOEX", nullptr};
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return -1;
+    ParseTree tree = req.parse("^SYSINFOEX", AT_FUNCTION_SYSTEM_CFG);
+    if (!tree) return -1;
+    Result->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row()) {
+        if (f.is("srv_status"))        Result->SrvStatus = f.number();
+        else if (f.is("srv_domain"))   Result->SrvDomain = f.number();
+        else if (f.is("roam_status"))  Result->RoamStatus = f.number();
+        else if (f.is("sim_state"))    Result->SimState = f.number();
+        else if (f.is("lock_state"))   Result->SimLockState = f.number();
+        else if (f.is("sysmode"))      Result->SysMode = f.number();
+        else if (f.is("sysmode_name")) copy_text(Result->SysModeName, f.value());
+        else if (f.is("submode"))      Result->SubMode = f.number();
+        else if (f.is("submode_name")) copy_text(Result->SubModeName, f.value());
+    }
+    return 0;
+}
+
+extern "C" int AT_RejinfoexCommand(REJECT_INFOEX* Result) {
+    if (!Result) return -1;
+    Request req{"AT^REJINFO?", "^REJINFO:"};
+    if (int rc = req.exchange()) {
+        ATS_TRACE(ERROR, "AT_RejinfoexCommand GetDataFromAtServer fail\n");
+        return rc;
+    }
+    if (!req.ok()) return -1;
+    ParseTree tree = req.parse("^REJINFO", AT_FUNCTION_NETWORK_CFG);
+    if (!tree) {
+        ATS_TRACE(ERROR, "AT_RejinfoexCommand at_parse_result is null \n");
+        return -1;
+    }
+    Result->AtExeResult = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row()) {
+        if (f.is("plmnid"))           copy_text(Result->plmnid, f.value());
+        else if (f.is("srvdomain"))   Result->srvdomain = static_cast<uint32_t>(f.number());
+        else if (f.is("rejectcause")) Result->rejectcause = static_cast<uint32_t>(f.number());
+        else if (f.is("rattype"))     Result->rattype = static_cast<uint32_t>(f.number());
+    }
+    return 0;
+}
+
+extern "C" int AT_RejInfoEx(REJECT_INFOEX* Result) {
+    if (!Result) return -1;
+    return AT_RejinfoexCommand(Result) != 0 ? -1 : 0;
+}
+
+extern "C" int AT_Cellroam(StRoamInfo* roam) {
+    if (!roam) {
+        ATS_TRACE(ERROR, "Error:para is NULL");
+        return -1;
+    }
+    Request req{"AT^CELLROAM?", "^CELLROAM", atapi::kQuickTimeout};
+    if (req.exchange() != 0) {
+        ATS_TRACE(INFO, "AT^Cellroam error......\n");
+        return -1;
+    }
+    if (!req.ok()) return req.map_error(roam->AtExeResult);
+    ParseTree tree = req.parse("^CELLROAM", AT_FUNCTION_NETWORK_CFG);
+    if (!tree) return -1;
+    for (Field f : tree.row()) {
+        if (f.is("cell_roam_state")) roam->state = static_cast<ROAMSTATE>(f.number());
+        else if (f.is("rat"))        roam->rat = f.number();
+    }
+    roam->AtExeResult = AT_CMD_RES_SUCCESS;
+    return 0;
+}
+
+// ---- The system information cache --------------------------------------------------------------
+//
+// The store's object is shared with the rest of the router, which may write it too. A zero-filled
+// object means nothing has been stored yet.
+
+namespace {
+
+constexpr uint32_t kSysinfoKeys[ATP_CFG_KEY_COUNT] = {0, 0, 0, 0, 0, 0};
+
+enum SysinfoSlot : uint32_t {
+    kSlotSrvStatus = 0,
+    kSlotSrvDomain = 1,
+    kSlotRoamStatus = 2,
+    kSlotSimState = 3,
+    kSlotSimLockState = 4,
+    kSlotSysMode = 5,
+    kSlotSysModeName = 6,
+    kSlotSubMode = 7,
+    kSlotSubModeName = 8,
+};
+
+// The object read from the store, released on every way out.
+class StoredSysinfo {
+public:
+    StoredSysinfo() = default;
+    StoredSysinfo(const StoredSysinfo&) = delete;
+    StoredSysinfo& operator=(const StoredSysinfo&) = delete;
+    ~StoredSysinfo() { QMX_CFM_FreeObj(obj_); }
+
+    uint32_t load() { return QMX_DBGetObj(kSysinfoKeys, ATP_CFG_OID_SYSINFO, 0, &obj_); }
+    uint32_t save() const { return QMX_DBSetObj(obj_); }
+
+    int number(SysinfoSlot s) const { return static_cast<int>(obj_->slots[s].num); }
+    const char* text(SysinfoSlot s) const { return obj_->slots[s].str; }
+
+    void set_number(SysinfoSlot s, int v) {
+        ATP_CFG_SLOT& slot = obj_->slots[s];
+        if (slot.type == ATP_CFG_SLOT_NONE) slot.type = ATP_CFG_SLOT_UINT32;
+        slot.num = static_cast<uint32_t>(v);
+        if (obj_->slot_count <= s) obj_->slot_count = s + 1;
+    }
+    // The record's name fields need not be terminated: copy at most their width.
+    template <std::size_t N>
+    void set_text(SysinfoSlot s, const char (&v)[N]) {
+        char buf[N + 1] = {};
+        memcpy_s(buf, sizeof buf, v, N);
+        QMX_CFM_SetObjStrValue(obj_, s, buf);
+    }
+
+private:
+    ATP_CFG_OBJ* obj_ = nullptr;
+};
+
+}  // namespace
+
+extern "C" int GetSysinfoFromDB(StSysinfo* pResult) {
+    if (!pResult) return -1;
+    StoredSysinfo db;
+    if (uint32_t rc = db.load()) {
+        ATS_TRACE(ERROR, "GetSysinfoexFromDB ERROR return [%u]\n", rc);
+        return -1;
+    }
+    pResult->srv_status = db.number(kSlotSrvStatus);
+    pResult->srv_domain = db.number(kSlotSrvDomain);
+    pResult->roam_status = db.number(kSlotRoamStatus);
+    pResult->sim_state = db.number(kSlotSimState);
+    pResult->lock_state = db.number(kSlotSimLockState);
+    pResult->sys_mode = db.number(kSlotSysMode);
+    pResult->submode = db.number(kSlotSubMode);
+    if (!(pResult->srv_status || pResult->srv_domain || pResult->roam_status || pResult->sim_state ||
+          pResult->lock_state || pResult->sys_mode || pResult->submode))
+        return -1;
+    pResult->AtExeResult = AT_CMD_RES_SUCCESS;
+    return 0;
+}
+
+extern "C" int GetSysinfoexFromDB(SysinfoEx* pResult) {
+    if (!pResult) return -1;
+    StoredSysinfo db;
+    if (uint32_t rc = db.load()) {
+        ATS_TRACE(ERROR, "GetSysinfoexFromDB ERROR return [%u]\n", rc);
+        return -1;
+    }
+    pResult->SrvStatus = db.number(kSlotSrvStatus);
+    pResult->SrvDomain = db.number(kSlotSrvDomain);
+    pResult->RoamStatus = db.number(kSlotRoamStatus);
+    pResult->SimState = db.number(kSlotSimState);
+    pResult->SimLockState = db.number(kSlotSimLockState);
+    pResult->SysMode = db.number(kSlotSysMode);
+    AT_FORMAT_TEXT(pResult->SysModeName, db.text(kSlotSysModeName));
+    pResult->SubMode = db.number(kSlotSubMode);
+    AT_FORMAT_TEXT(pResult->SubModeName, db.text(kSlotSubModeName));
+    if (!(pResult->SrvStatus || pResult->SrvDomain || pResult->RoamStatus || pResult->SimState ||
+          pResult->SimLockState || pResult->SysMode || pResult->SubMode))
+        return -1;
+    pResult->AtExeResult = AT_CMD_RES_SUCCESS;
+    return 0;
+}
+
+extern "C" void SetSysinfoToDB(StSysinfo* pResult) {
+    if (!pResult) return;
+    StoredSysinfo db;
+    if (uint32_t rc = db.load()) {
+        ATS_TRACE(ERROR, "QMX_DBGetDftObject return=[%u]\n", rc);
+        return;
+    }
+    // Slot 5 takes this command's coding of the system mode as it is; the name slots stay.
+    db.set_number(kSlotSrvStatus, pResult->srv_status);
+    db.set_number(kSlotSrvDomain, pResult->srv_domain);
+    db.set_number(kSlotRoamStatus, pResult->roam_status);
+    db.set_number(kSlotSimState, pResult->sim_state);
+    db.set_number(kSlotSimLockState, pResult->lock_state);
+    db.set_number(kSlotSysMode, pResult->sys_mode);
+    db.set_number(kSlotSubMode, pResult->submode);
+    if (uint32_t rc = db.save()) ATS_TRACE(ERROR, "QMX_DBSetObj return=[%u]\n", rc);
+}
+
+extern "C" void SetSysinfoexToDB(SysinfoEx* pResult) {
+    if (!pResult) return;
+    StoredSysinfo db;
+    if (uint32_t rc = db.load()) {
+        ATS_TRACE(ERROR, "QMX_DBGetDftObject return=[%u]\n", rc);
+        return;
+    }
+    db.set_number(kSlotSrvStatus, pResult->SrvStatus);
+    db.set_number(kSlotSrvDomain, pResult->SrvDomain);
+    db.set_number(kSlotRoamStatus, pResult->RoamStatus);
+    db.set_number(kSlotSimState, pResult->SimState);
+    db.set_number(kSlotSimLockState, pResult->SimLockState);
+    db.set_number(kSlotSysMode, pResult->SysMode);
+    db.set_text(kSlotSysModeName, pResult->SysModeName);
+    db.set_number(kSlotSubMode, pResult->SubMode);
+    db.set_text(kSlotSubModeName, pResult->SubModeName);
+    if (uint32_t rc = db.save()) ATS_TRACE(ERROR, "QMX_DBSetObj return=[%u]\n", rc);
+}
+
+extern "C" int AT_SysInfo(StSysinfo* Result) {
+    if (!Result) return -1;
+    if (GetSysinfoFromDB(Result) == 0) return 0;
+    if (AT_SysinfoCommand(Result) != 0) return -1;
+    SetSysinfoToDB(Result);
+    return 0;
+}
+
+namespace {
+
+struct VoiceMode {
+    int stored;  // extended coding in the store
+    int voice;   // coding the voice service expects
+};
+
+// 6 is reported as 5 like 3, on purpose.
+constexpr VoiceMode kVoiceModes[] = {
+    {0, 0},
+    {1, 3},
+    {2, 2},
+    {3, 5},
+    {4, 15},
+    {5, 5},
+    {6, 5},
+};
+
+}  // namespace
+
+extern "C" int AT_SysInfo_voice(StSysinfo* Result) {
+    if (!Result) return -1;
+    if (GetSysinfoFromDB(Result) == 0) {
+        for (const VoiceMode& m : kVoiceModes)
+            if (Result->sys_mode == m.stored) {
+                Result->sys_mode = m.voice;
+                break;
+            }
+        ATS_TRACE(DEBUG, "AT_SysInfo read DB success, submode:%d, sys_mode:%d", Result->submode, Result->sys_mode);
+        return 0;
+    }
+    // The modem answers in the coding of ^SYSINFO, which the voice service reads as it is.
+    if (AT_SysinfoCommand(Result) != 0) {
+        ATS_TRACE(DEBUG, "AT_SysInfo at^sysinfo fail");
+        return -1;
+    }
+    ATS_TRACE(DEBUG, "AT_SysInfo at^sysinfo success, submode:%d, sys_mode:%d", Result->submode, Result->sys_mode);
+    SetSysinfoToDB(Result);
+    return 0;
+}
+
+extern "C" int AT_SysInfoEx(SysinfoEx* Result) {
+    if (!Result) return -1;
+    if (GetSysinfoexFromDB(Result) == 0) return 0;
+    if (AT_SysinfoexCommand(Result) != 0) return -1;
+    SetSysinfoexToDB(Result);
+    return 0;
+}
