@@ -10,3 +10,9 @@ add_executable(test_c_header core/c_header.c)
 target_link_libraries(test_c_header PRIVATE atapi)
 target_compile_options(test_c_header PRIVATE -pedantic-errors)
 add_test(NAME test_c_header COMMAND test_c_header)
+
+add_test(NAME source_check COMMAND ${PROJECT_SOURCE_DIR}/scripts/check_sources.sh)
+add_test(NAME exported_symbols
+         COMMAND ${PROJECT_SOURCE_DIR}/scripts/check_exports.sh $<TARGET_FILE:atapi> ${PROJECT_SOURCE_DIR}/include
+                 ${CMAKE_C_COMPILER})
+set_tests_properties(test_exchange PROPERTIES LABELS concurrency)

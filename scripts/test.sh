@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds libatapi and runs the whole test suite. Installs what a fresh Debian 12 machine lacks.
+#   scripts/test.sh              normal build in build/, then ctest
+#   scripts/test.sh --sanitize   AddressSanitizer + UBSan build in build-asan/, then ctest
+#   scripts/test.sh --tsan       ThreadSanitizer build in build-tsan/, the concurrency tests
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+mode=${1:-normal}
+
+packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev clang
+          libclang-rt-14-dev)
+missing=()
+for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
+if [ ${#missing[@]} -gt 0 ]; then
+    echo "installing: ${missing[*]}"
+    sudo_cmd=""
+    [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
+    $sudo_cmd apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}" >/dev/null
+fi
+
+case "$mode" in
+    normal)     dir=build;      opts=() ;;
+    --sanitize) dir=build-asan; opts=(-DATAPI_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DATAPI_BENCH=OFF) ;;
+    --tsan)     dir=build-tsan; opts=(-DATAPI_TSAN=ON -DCMAKE_BUILD_TYPE=Debug -DATAPI_BENCH=OFF) ;;
+    *) echo "usage: $0 [--sanitize|--tsan]" >&2; exit 2 ;;
+esac
+
+cmake -S "$top" -B "$top/$dir" -G Ninja "${opts[@]}" >/dev/null
+ninja -C "$top/$dir" -j"$(nproc)"
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1}
+filter=()
+[ "$mode" = --tsan ] && filter=(-L concurrency)
+ctest --test-dir "$top/$dir" --output-on-failure -j2 "${filter[@]}"
