@@ -128,3 +128,45 @@ TEST(BoundedString, SscanfS) {
 }
 
 }  // namespace
+
+// The platform's own trace (reached past the test program's capture): quiet unless ATAPI_TRACE
+// selects the level, then one line on stderr with source, line, module and level.
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+std::string platform_trace_output(const char* mask) {
+    int out[2];
+    if (pipe(out) != 0) return "pipe failed";
+    pid_t child = fork();
+    if (child == 0) {
+        if (mask) setenv("ATAPI_TRACE", mask, 1);
+        else unsetenv("ATAPI_TRACE");
+        dup2(out[1], STDERR_FILENO);
+        using Fn = void (*)(const char*, int, int, const char*, int, const char*, ...);
+        auto real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "QMX_TRACE_PrintInfo"));
+        if (!real) _exit(3);
+        real("src/at_lib", 42, 0, "atserver", ATP_TRACE_ERROR, "check_ats_id id = %d\n", -1);
+        real("src/at_lib", 43, 0, "atserver", ATP_TRACE_INFO, "info %s\n", "line");
+        _exit(0);
+    }
+    close(out[1]);
+    std::string text;
+    char buf[512];
+    for (ssize_t n; (n = read(out[0], buf, sizeof buf)) > 0;) text.append(buf, static_cast<size_t>(n));
+    close(out[0]);
+    waitpid(child, nullptr, 0);
+    return text;
+}
+
+TEST(PlatformTrace, QuietByDefaultAndSelectedByLevel) {
+    EXPECT_EQ(platform_trace_output(nullptr), "");
+    EXPECT_EQ(platform_trace_output("2"), "src/at_lib:42 [atserver] ERROR: check_ats_id id = -1\n");
+    EXPECT_EQ(platform_trace_output("0xa"),
+              "src/at_lib:42 [atserver] ERROR: check_ats_id id = -1\n"
+              "src/at_lib:43 [atserver] INFO: info line\n");
+}
+
+}  // namespace
