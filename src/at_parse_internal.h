@@ -12,16 +12,6 @@
 
 #include "atapi/parse.h"
 
-extern "C" {
-// Test hook, internal to the library's own test build: the `nth` allocation made through
-// qmx_malloc_internal by the calling thread from now on fails (1 = the next one); 0 disarms.
-// Only that one allocation fails; later ones succeed again.
-void atapi_internal_fail_nth_alloc(long nth);
-// Allocations the calling thread made through qmx_malloc_internal since the last
-// atapi_internal_fail_nth_alloc call.
-long atapi_internal_alloc_count(void);
-}
-
 namespace atparse {
 
 // Limit of the fixed name and value arrays of one row; longer rows go to heap arrays.

@@ -325,8 +325,9 @@ extern "C" int parse_syscfgex_at_str(AtCmdParse** result, const char* parse_cont
                   TraceText(r_band).text.data());
         ok = band_list(&bands, t_band, r_band, "bandlist") == kOk;
     }
-    if (ok && reply.find("((", r_pos) != kNpos) {
-        ok = band_texts(templ, t_pos, reply, r_pos, &t_band, &r_band, &t_pos, &r_pos);
+    if (const size_t lte_open = ok ? reply.find("((", r_pos) : kNpos; lte_open != kNpos) {
+        // The roaming and service-domain groups before the LTE list are skipped.
+        ok = band_texts(templ, t_pos, reply, lte_open, &t_band, &r_band, &t_pos, &r_pos);
         if (ok) {
             ATS_TRACE(INFO, "parse_syscfgex_at_str LTEbandlist success.(begin_value=%s)\n",
                       TraceText(r_band).text.data());

@@ -115,6 +115,13 @@ void* qmx_malloc_internal(size_t bytes, size_t max_limit, const char* filename, 
 /* Every allocation of the parser is bounded by this many bytes. */
 #define AT_PARSE_MAX_ALLOC 0x800000u
 
+/* Fault injection for the library's own tests, not for applications: the `nth` allocation made
+ * through qmx_malloc_internal by the calling thread from now on fails (1 = the next one), and
+ * only that one; 0 disarms. atapi_internal_alloc_count() tells how many allocations the calling
+ * thread made since the last atapi_internal_fail_nth_alloc call. */
+void atapi_internal_fail_nth_alloc(long nth);
+long atapi_internal_alloc_count(void);
+
 /* ---------------------------------------------------------------------------------------------
  * Parse routines. Return codes: 0 success, -1 nothing usable or no row, -2 missing argument or
  * structural failure, -3 bad operation type, -4 unknown final result, -5 allocation failed. On
