@@ -1,0 +1,161 @@
+// Text and number helpers: one table per helper, each row a case that has broken or could break.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+
+#include "atapi.h"
+
+namespace {
+
+TEST(Utils, SplitSpace) {
+    struct Case {
+        const char* in;
+        char key;
+        const char* out;
+    } cases[] = {
+        {"  a b  ", ' ', "a b"}, {"\"\"", '"', ""}, {"   ", ' ', ""}, {"", ' ', ""},
+        {"xax", 'x', "a"},       {"a", ' ', "a"},  {"\"a\"b\"", '"', "a\"b"},
+    };
+    for (const Case& c : cases) {
+        std::string s = c.in;
+        split_space(s.data(), c.key);
+        EXPECT_STREQ(s.c_str(), c.out) << c.in;
+    }
+    split_space(nullptr, ' ');
+}
+
+TEST(Utils, SeparatorsOutsideQuotes) {
+    struct Case {
+        const char* text;
+        const char* sep;
+        int count;
+        int next;  // position of get_next_seperator(text, sep[0]), -1 for null
+    } cases[] = {
+        {"a,\"b,c\",d", ",", 2, 1},
+        {"\"b,c\",d", ",", 1, 5},
+        {"(1,\"a)\"),(2)", ")", 2, 7},
+        {"\"unclosed,", ",", 0, -1},
+        {"", ",", 0, -1},
+        {"a\"b", "\"", 0, -1},
+    };
+    for (const Case& c : cases) {
+        std::string s = c.text;
+        EXPECT_EQ(count_separator(s.data(), c.sep), c.count) << c.text;
+        char* p = get_next_seperator(s.data(), c.sep[0]);
+        EXPECT_EQ(p == nullptr ? -1 : static_cast<int>(p - s.data()), c.next) << c.text;
+    }
+    EXPECT_EQ(count_separator(nullptr, ","), 0);
+    EXPECT_EQ(count_separator("a,b", nullptr), 0);
+    EXPECT_EQ(get_next_seperator(nullptr, ','), nullptr);
+}
+
+TEST(Utils, HexConversions) {
+    struct Case {
+        const char* text;
+        int hex;          // get_hex_from_str
+        uint64_t uhex;    // hex_str_to_uinteger
+    } cases[] = {
+        {"1G", 32, 0},
+        {"1-", -1, 0},
+        {"ff", 255, 255},
+        {"7FFFFFFFFFFFFFFF", -1, 0x7FFFFFFFFFFFFFFFull},
+        {"0C1D2E3F", 0x0C1D2E3F, 0x0C1D2E3F},
+        {"", 0, 0},
+    };
+    for (const Case& c : cases) {
+        std::string a = c.text;
+        std::string b = c.text;
+        EXPECT_EQ(get_hex_from_str(a.data()), c.hex) << c.text;
+        EXPECT_EQ(hex_str_to_uinteger(b.data()), c.uhex) << c.text;
+    }
+    EXPECT_EQ(get_hex_from_str(nullptr), -1);
+    EXPECT_EQ(hex_str_to_uinteger(nullptr), 0u);
+
+    struct Digit {
+        char in;
+        int value;
+        char after;
+    } digits[] = {{'0', 0, '0'}, {'9', 9, '9'}, {'a', 10, 'A'}, {'F', 15, 'F'}, {'g', 16, 'G'}};
+    for (const Digit& d : digits) {
+        char ch = d.in;
+        EXPECT_EQ(char_to_hex(&ch), d.value) << d.in;
+        EXPECT_EQ(ch, d.after);
+    }
+    EXPECT_EQ(char_to_hex(nullptr), -1);
+}
+
+TEST(Utils, Decode7bit) {
+    // "hellohel" packed: eight septets in seven bytes.
+    const unsigned char packed[] = {0xE8, 0x32, 0x9B, 0xFD, 0x46, 0x97, 0xD9};
+    unsigned char out[16] = {};
+    EXPECT_EQ(decode_7bit(packed, out, 7), 8);
+    EXPECT_STREQ(reinterpret_cast<char*>(out), "hellohel");
+    // "hello": five septets in five bytes.
+    const unsigned char hello[] = {0xE8, 0x32, 0x9B, 0xFD, 0x06};
+    EXPECT_EQ(decode_7bit(hello, out, 5), 5);
+    EXPECT_STREQ(reinterpret_cast<char*>(out), "hello");
+    EXPECT_EQ(decode_7bit(nullptr, out, 3), 0);
+    EXPECT_EQ(decode_7bit(packed, nullptr, 3), 0);
+    EXPECT_EQ(decode_7bit(packed, out, 0), 0);
+    EXPECT_EQ(decode_7bit(packed, out, -4), 0);
+}
+
+TEST(Utils, NumbersAndComparisons) {
+    EXPECT_EQ(test_str_num("0123"), 0);
+    EXPECT_EQ(test_str_num(""), 0);
+    EXPECT_EQ(test_str_num("12a"), -1);
+    EXPECT_EQ(test_str_num(" 1"), -1);
+    EXPECT_EQ(test_str_num(nullptr), -1);
+
+    EXPECT_EQ(safe_strcmp(nullptr, nullptr), 0);
+    EXPECT_EQ(safe_strcmp(nullptr, ""), -1);
+    EXPECT_EQ(safe_strcmp("", nullptr), 1);
+    EXPECT_LT(safe_strcmp("a", "b"), 0);
+    EXPECT_EQ(safe_strcmp("rssi", "rssi"), 0);
+
+    EXPECT_EQ(safe_atoi(nullptr), 0);
+    EXPECT_EQ(safe_atoi(" -12x"), -12);
+    EXPECT_EQ(safe_atoi("99\r\n"), 99);
+    EXPECT_EQ(safe_atol(nullptr), 0);
+    EXPECT_EQ(safe_atol("4294967296"), 4294967296L);
+
+    struct Case {
+        const char* a;
+        const char* b;
+        size_t n;
+        int sign;
+    } cases[] = {
+        {"ABC", "abd", 2, 0}, {"ABC", "abd", 3, -1}, {"abc", "ABC", 10, 0}, {"b", "a", 0, 1},
+        {"ab", "ax", 0, 0},   {"", "a", 5, -1},      {nullptr, "x", 3, 0},  {"x", nullptr, 3, 0},
+    };
+    for (const Case& c : cases) {
+        const int r = At_strncasecmp(c.a, c.b, c.n);
+        EXPECT_EQ((r > 0) - (r < 0), c.sign) << (c.a ? c.a : "null") << " " << c.n;
+    }
+}
+
+TEST(Utils, Gsm7Tables) {
+    struct Case {
+        int code;
+        uint32_t def;
+        uint32_t ext;
+    } cases[] = {
+        {0x00, 0x0040, 0xFFFF}, {0x01, 0x00A3, 0xFFFF}, {0x02, 0x0024, 0xFFFF},
+        {0x0A, 0x000A, 0x000A}, {0x10, 0x0394, 0xFFFF}, {0x14, 0x039B, 0x005E},
+        {0x1B, 0x001B, 0x0020}, {0x24, 0x00A4, 0xFFFF}, {0x28, 0x0028, 0x007B},
+        {0x29, 0x0029, 0x007D}, {0x2F, 0x002F, 0x005C}, {0x3C, 0x003C, 0x005B},
+        {0x3D, 0x003D, 0x007E}, {0x3E, 0x003E, 0x005D}, {0x40, 0x00A1, 0x007C},
+        {0x41, 0x0041, 0xFFFF}, {0x5F, 0x00A7, 0xFFFF}, {0x60, 0x00BF, 0xFFFF},
+        {0x65, 0x0065, 0x20AC}, {0x7F, 0x00E0, 0xFFFF},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(arrayGSM_7DefaultTable[c.code], c.def) << c.code;
+        EXPECT_EQ(arrayGSM_7ExtTable[c.code], c.ext) << c.code;
+    }
+    int mapped = 0;
+    for (uint32_t v : arrayGSM_7ExtTable) mapped += v != 0xFFFF;
+    EXPECT_EQ(mapped, 11);
+}
+
+}  // namespace
