@@ -16,5 +16,6 @@
 #include "atapi/time.h"
 #include "atapi/comm.h"
 #include "atapi/network.h"
+#include "atapi/parse_tables.h"
 
 #endif /* ATAPI_H */
