@@ -1,6 +1,6 @@
 // at_errcode.cpp - maps "+CME ERROR" and "+CMS ERROR" reply lines onto the application's small
 // vocabulary of result codes.
-constexpr char kTraceSource[] = "src/at_errcode";
+[[maybe_unused]] constexpr char kTraceSource[] = "src/at_errcode";
 
 #include <cstring>
 

@@ -1,5 +1,5 @@
 // at_parse.cpp - the handler dispatcher, the release routines and the parser's allocator.
-constexpr char kTraceSource[] = "src/at_parse";
+[[maybe_unused]] constexpr char kTraceSource[] = "src/at_parse";
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // at_utils.cpp - text and number helpers of the parsers and the command functions. None of them
 // allocates.
-constexpr char kTraceSource[] = "src/at_utils";
+[[maybe_unused]] constexpr char kTraceSource[] = "src/at_utils";
 
 #include <cctype>
 #include <cstdlib>
