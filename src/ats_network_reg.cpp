@@ -265,7 +265,7 @@ extern "C" int AT_Cellroam(StRoamInfo* roam) {
     ParseTree tree = req.parse("^CELLROAM", AT_FUNCTION_NETWORK_CFG);
     if (!tree) return -1;
     for (Field f : tree.row()) {
-        if (f.is("cell_roam_state")) roam->state = static_cast<ROAMSTATE>(f.number());
+        if (f.is("cell_roam_state")) atapi::store_enum(roam->state, f.number());
         else if (f.is("rat"))        roam->rat = f.number();
     }
     roam->AtExeResult = AT_CMD_RES_SUCCESS;

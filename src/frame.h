@@ -218,6 +218,14 @@ inline void copy_text(unsigned char (&dst)[N], const char* value) {
     if (value) ATS_strncpy_s(reinterpret_cast<char*>(dst), N, value, ATS_strlen_s(value));
 }
 
+// Stores a number from the modem in an enum field as it is, also when it is none of the enum's
+// names: the C caller's field holds any int, which a C++ cast to the enum would not allow.
+template <typename E>
+inline void store_enum(E& dst, int value) {
+    static_assert(sizeof(E) == sizeof(int));
+    memcpy_s(&dst, sizeof dst, &value, sizeof value);
+}
+
 }  // namespace atapi
 
 // Formats the command line of a Request with this file's trace name and line.

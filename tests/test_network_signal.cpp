@@ -33,7 +33,7 @@ TEST(Signal, Csq) {
 
 TEST(Signal, CsqTest) {
     run<AT_CSQ_TEST_ST>({"AT+CSQ=?", "+CSQ", 5}, AT_Csq_Test, {
-        {"whole text", ok("+CSQ: (0-31,99),(99)"), 0, [](auto& r) { EXPECT_STREQ(r.csq_list, "+CSQ: (0-31,99),(99)"); }},
+        {"whole text", ok("+CSQ: (0-31,99),(99)"), 0, [](auto& r) { EXPECT_EQ(text(r.csq_list), "+CSQ: (0-31,99),(99)"); }},
         {"cut to 127", ok(std::string(300, 'x')),    0, [](auto& r) { EXPECT_EQ(std::string(r.csq_list), std::string(127, 'x')); }},
         {"error",      result(AT_ERROR),            -1, is_untouched<AT_CSQ_TEST_ST>},
         {"CMS error",  cms("+CMS ERROR: 311"),      -1, is_untouched<AT_CSQ_TEST_ST>},
@@ -50,10 +50,10 @@ TEST(Signal, RssiAsksForTheStoredReport) {
     const Wire stored{"", "", 30, GET_REPORT_REQ, AT_REPORT_RSSI_REQ};
     auto call = [](GuardedRssi* g) { return AT_Rssi(&g->info); };
     run<GuardedRssi>(stored, call, {
-        {"value",           ok("^RSSI: 17"),      0, [](auto& g) { EXPECT_STREQ(g.info.rssi, "17"); }},
-        {"four characters", ok("^RSSI:-113"),     0, [](auto& g) { EXPECT_STREQ(g.info.rssi, "-113"); }},
+        {"value",           ok("^RSSI: 17"),      0, [](auto& g) { EXPECT_EQ(text(g.info.rssi), "17"); }},
+        {"four characters", ok("^RSSI:-113"),     0, [](auto& g) { EXPECT_EQ(text(g.info.rssi), "-113"); }},
         {"too long is cut", ok("^RSSI: 1234567"), 0, [](auto& g) {
-             EXPECT_STREQ(g.info.rssi, "1234");
+             EXPECT_EQ(text(g.info.rssi), "1234");
              for (char c : g.guard) EXPECT_EQ(c, 0x5A);
          }},
         {"not a report",    ok("nothing"),       -1, is_untouched<GuardedRssi>},
@@ -109,10 +109,10 @@ TEST(Signal, Hcsq) {
              EXPECT_EQ(r.value1, kSU); EXPECT_EQ(r.value5, kSU);
          }},
         {"unknown mode kept", ok("^HCSQ: \"NR\",10,20"), 0, [](auto& r) {
-             EXPECT_EQ(static_cast<int>(r.sysmode), kS);
+             EXPECT_EQ(as_int(r.sysmode), kS);
              EXPECT_EQ(r.value1, 10u); EXPECT_EQ(r.value2, 20u); EXPECT_EQ(r.value3, kSU);
          }},
-        {"mode text is case-sensitive", ok("^HCSQ: \"lte\",10"), 0, [](auto& r) { EXPECT_EQ(static_cast<int>(r.sysmode), kS); }},
+        {"mode text is case-sensitive", ok("^HCSQ: \"lte\",10"), 0, [](auto& r) { EXPECT_EQ(as_int(r.sysmode), kS); }},
         {"WCDMA",     ok("^HCSQ: \"WCDMA\",1,2,3"), 0, [](auto& r) { EXPECT_EQ(r.sysmode, SYSMODE_SIG_WCDMA); }},
         {"TD-SCDMA",  ok("^HCSQ: \"TD-SCDMA\",1"),  0, [](auto& r) { EXPECT_EQ(r.sysmode, SYSMODE_SIG_TD_SCDMA); }},
         {"CDMA",      ok("^HCSQ: \"CDMA\",1"),      0, [](auto& r) { EXPECT_EQ(r.sysmode, SYSMODE_SIG_CDMA); }},
@@ -153,14 +153,14 @@ TEST(Signal, Cerssi) {
 TEST(Signal, Rsrp) {
     run<AT_RSRP_STRU>({"AT^LTERSRP?", "^LTERSRP", 30}, AT_Rsrp, {
         {"texts", ok("^LTERSRP: -95,-11"), 0, [](auto& r) {
-             EXPECT_STREQ(r.rsrp, "-95"); EXPECT_STREQ(r.rsrq, "-11");
+             EXPECT_EQ(text(r.rsrp), "-95"); EXPECT_EQ(text(r.rsrq), "-11");
              EXPECT_EQ(r.AtExeResult, AT_CMD_RES_SUCCESS);
          }},
         {"long text cut to 7", ok("^LTERSRP: -123456789,-1"), 0, [](auto& r) {
-             EXPECT_STREQ(r.rsrp, "-123456"); EXPECT_STREQ(r.rsrq, "-1");
+             EXPECT_EQ(text(r.rsrp), "-123456"); EXPECT_EQ(text(r.rsrq), "-1");
          }},
         {"missing rsrq kept", ok("^LTERSRP: -95"), 0, [](auto& r) {
-             EXPECT_STREQ(r.rsrp, "-95");
+             EXPECT_EQ(text(r.rsrp), "-95");
              for (char c : r.rsrq) EXPECT_EQ(c, 0x5A);
          }},
         // An error answer reports success and writes nothing.

@@ -28,6 +28,23 @@ Rec sentinel() {
     return r;
 }
 
+// A record's text field, read no further than its width (an unterminated field shows whole).
+template <size_t N>
+std::string text(const char (&a)[N]) { return std::string(a, strnlen(a, N)); }
+template <size_t N>
+std::string text(const unsigned char (&a)[N]) {
+    return text(reinterpret_cast<const char (&)[N]>(a));
+}
+
+// An enum field's bits, which may be the sentinel's rather than one of the enum's values.
+template <typename E>
+int as_int(const E& e) {
+    static_assert(sizeof(E) == sizeof(int));
+    int v;
+    std::memcpy(&v, &e, sizeof v);
+    return v;
+}
+
 // Every byte still the sentinel's (padding included, so records are never copied in between).
 template <typename Rec>
 bool untouched(const Rec& r) {
