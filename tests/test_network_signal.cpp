@@ -8,6 +8,8 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <atomic>
+#include <thread>
 #include <vector>
 
 #include "atapi.h"
@@ -250,6 +252,30 @@ TEST(Signal, ServerGone) {
     EXPECT_TRUE(untouched(cerssi));
     EXPECT_TRUE(untouched(rsrp));
     EXPECT_TRUE(untouched(csnr));
+}
+
+}  // namespace
+
+namespace {
+
+// Callers on many threads at once each get the answer meant for them.
+TEST(Signal, ConcurrentCallersGetTheirOwnReplies) {
+    FakeAtServer ats;
+    ats.respond([](const Request& req) { return ok("+CSQ: " + std::to_string(req.client_id % 97) + ",7"); });
+    constexpr int kThreads = 8, kCalls = 25;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&] {
+            const unsigned mine = static_cast<unsigned>(syscall(SYS_gettid) % 97);
+            for (int i = 0; i < kCalls; ++i) {
+                AT_CSQ_ST r{};
+                if (AT_Csq(&r) != 0 || r.rssi != mine || r.ber != 7u) ++wrong;
+            }
+        });
+    for (std::thread& th : threads) th.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(ats.count(), size_t(kThreads * kCalls));
 }
 
 }  // namespace
