@@ -159,7 +159,7 @@ std::optional<ModemCommand> decode_request(const msg_q& req, std::string* why) {
 
     cmd.name = command_name(head);
     cmd.empty = head.empty() && cmd.body.empty();
-    cmd.bare = !cmd.empty && cmd.name.empty();
+    cmd.bare = !cmd.empty && (head.size() < 2 || !iequals(head.substr(0, 2), "AT"));
     cmd.line.assign(head);
     cmd.line += '\r';
     return cmd;

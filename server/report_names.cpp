@@ -1,12 +1,10 @@
 // report_names.cpp - which modem lines are unsolicited reports.
 //
 // The authority is the library's own table of unsolicited reports: a line the library can parse
-// as a report is one the server keeps. The table is looked up at run time so that the server
-// also runs against a library built without it, falling back to the reports the router's
-// services ask for.
+// as a report is one the server keeps. Modems of this family send a few more reports than the
+// services parse (registration, SIM and connection events); those are known too, so that they
+// are never taken for the answer of a command that happens to be running.
 #include "report_names.h"
-
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <array>
@@ -16,32 +14,27 @@
 namespace ats {
 namespace {
 
-constexpr std::array<std::string_view, 28> kFallbackNames{{
+constexpr std::array<std::string_view, 28> kModemReports{{
     "^RSSI",     "^HCSQ",     "^SRVST",    "^MODE",      "^SYSINFO",  "^SYSINFOEX", "^SIMST",
     "^NWTIME",   "^NDISSTAT", "^APCONNST", "^SMMEMFULL", "+CMTI",     "+CMT",       "+CDS",
     "+CDSI",     "+CBM",      "^HCMGSS",   "^HCMGSF",    "+CUSD",     "RING",       "+CLIP",
     "^ORIG",     "^CONF",     "^CONN",     "^CEND",      "+CCWA",     "^ANQUERY",   "^CERSSI",
 }};
 
-// The reports that the server answers GET_REPORT_REQ from, whatever the table says.
-constexpr std::array<std::string_view, 4> kCachedForClients{{"^SYSINFO", "+COPS", "^RSSI", "^ANQUERY"}};
+// The reports the server answers requests from: GET_REPORT_REQ and the bare "^APCONNST".
+constexpr std::array<std::string_view, 5> kServedFromCache{{"^SYSINFO", "+COPS", "^RSSI", "^ANQUERY", "^APCONNST"}};
 
 constexpr std::array<std::string_view, 3> kTwoLineReports{{"+CMT", "+CDS", "+CBM"}};
 
-using LookupFn = const at_parse_handler* (*)(at_function_type);
-
 std::vector<std::string> load() {
     std::vector<std::string> names;
-    // Resolved by name so that a library without the table still links.
-    auto lookup = reinterpret_cast<LookupFn>(dlsym(RTLD_DEFAULT, "parse_func_type"));
-    const at_parse_handler* rows = lookup ? lookup(AT_FUNCTION_INITIATIVE_REPORT) : nullptr;
-    if (rows != nullptr) {
-        for (const at_parse_handler* r = rows; r->at_name != nullptr; ++r) names.emplace_back(r->at_name);
-    } else {
-        names.assign(kFallbackNames.begin(), kFallbackNames.end());
-    }
-    for (std::string_view n : kCachedForClients)
+    auto add = [&](std::string_view n) {
         if (std::find(names.begin(), names.end(), n) == names.end()) names.emplace_back(n);
+    };
+    if (const at_parse_handler* rows = parse_func_type(AT_FUNCTION_INITIATIVE_REPORT))
+        for (const at_parse_handler* r = rows; r->at_name != nullptr; ++r) add(r->at_name);
+    for (std::string_view n : kModemReports) add(n);
+    for (std::string_view n : kServedFromCache) add(n);
     return names;
 }
 

@@ -1,0 +1,148 @@
+// harness.cpp - process handling and request helpers of the end-to-end tests.
+#include "harness.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace e2e {
+
+bool Child::spawn(const std::vector<std::string>& argv, bool quiet) {
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+        if (quiet) {
+            const int null = open("/dev/null", O_WRONLY);
+            dup2(null, 1);
+        }
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    pid_ = pid;
+    return true;
+}
+
+void Child::signal(int sig) const {
+    if (pid_ > 0) kill(pid_, sig);
+}
+
+bool Child::wait_exit(std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (pid_ > 0) {
+        if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
+            pid_ = -1;
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+void Child::stop() {
+    if (pid_ <= 0) return;
+    signal(SIGTERM);
+    if (!wait_exit(3s)) {
+        signal(SIGKILL);
+        wait_exit(3s);
+    }
+}
+
+msg_q request(std::string_view cmd, std::string_view match, int time_out) {
+    msg_q m{};
+    m.client_id = static_cast<int32_t>(syscall(SYS_gettid));
+    m.req_type = AT_REQ;
+    m.rsp_type = DIRECT_BACK;
+    m.at_mutil = AT_RES_ONE;
+    m.time_out = time_out;
+    std::memcpy(m.snd_rcv_msg.smsg.at_cmd_str, cmd.data(), std::min(cmd.size(), sizeof m.snd_rcv_msg.smsg.at_cmd_str));
+    std::memcpy(m.snd_rcv_msg.smsg.at_match_ok_str, match.data(),
+                std::min(match.size(), sizeof m.snd_rcv_msg.smsg.at_match_ok_str - 1));
+    return m;
+}
+
+Outcome exchange(msg_q& req) {
+    Outcome o;
+    o.rc = GetDataFromAtServer(&req);
+    if (o.rc == 0) {
+        const rsp_msg& r = req.snd_rcv_msg.rmsg;
+        o.ret_val = r.ret_val;
+        o.report.assign(r.at_report_str, strnlen(r.at_report_str, sizeof r.at_report_str));
+        o.match.assign(r.at_match_str, strnlen(r.at_match_str, sizeof r.at_match_str));
+    }
+    o.seq = req.seq;
+    return o;
+}
+
+Outcome exchange(std::string_view cmd, std::string_view match, int time_out) {
+    msg_q m = request(cmd, match, time_out);
+    return exchange(m);
+}
+
+Stack::Stack(std::string_view scenario) {
+    char tmpl[] = "/tmp/atapi-e2e-XXXXXX";
+    dir_ = mkdtemp(tmpl);
+    link_ = dir_ + "/modem";
+    setenv("ATAPI_RUN_DIR", dir_.c_str(), 1);
+    if (scenario.empty()) {
+        scenario_ = std::string(SCENARIO_DIR) + "/default.scn";
+    } else {
+        scenario_ = dir_ + "/test.scn";
+        std::ofstream(scenario_) << scenario;
+    }
+}
+
+Stack::~Stack() {
+    server.stop();
+    sim.stop();
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+}
+
+bool Stack::start_sim() {
+    if (!sim.spawn({MODEMSIM_BIN, "--scenario", scenario_, "--link", link_}, true)) return false;
+    for (int i = 0; i < 300; ++i) {
+        struct stat st {};
+        if (stat(link_.c_str(), &st) == 0) return true;  // the link resolves to the live terminal
+        std::this_thread::sleep_for(10ms);
+    }
+    return false;
+}
+
+bool Stack::start_server() {
+    return server.spawn({ATSERVER_BIN, "--device", link_, "--foreground"}, false);
+}
+
+bool Stack::serving(std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < end) {
+        if (ATS_get_msgQ_id(ATS_QUEUE_ID_RECV) != -1 && ATS_task_name_to_id("atserver") == server.pid()) {
+            const Outcome o = exchange("AT", "", 1);
+            if (o.rc == 0 && o.ret_val == AT_CMD_OK) return true;
+        }
+        std::this_thread::sleep_for(20ms);
+    }
+    return false;
+}
+
+std::string read_file(const std::string& path) {
+    std::ifstream f(path);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+}  // namespace e2e

@@ -1,0 +1,57 @@
+// test_e2e_load.cpp - many client threads against one AT server and the simulated modem.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "e2e/harness.h"
+#include "trace_capture.h"
+
+using namespace e2e;
+
+TEST(E2eLoad, SixtyFourThreadsEachGetTheirOwnReplies) {
+    Stack s(R"(
+on AT
+on AT\+ECHO=(\d+),(\d+)
+  line +ECHO: $1,$2
+)");
+    ASSERT_TRUE(s.start());
+    const int reply_q = ATS_get_msgQ_id(ATS_QUEUE_ID_SEND);
+    ASSERT_NE(reply_q, -1);
+
+    constexpr int kThreads = 64, kCalls = 100;
+    std::atomic<int> failed_calls{0}, wrong_replies{0}, max_waiting{0};
+    std::atomic<bool> done{false};
+    std::thread watch([&] {
+        while (!done) {
+            const int n = ATS_msgQ_num(reply_q);
+            if (n > max_waiting) max_waiting = n;
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    atapi_test::clear_traces();
+    std::vector<std::thread> clients;
+    for (int t = 0; t < kThreads; ++t) {
+        clients.emplace_back([&, t] {
+            for (int i = 0; i < kCalls; ++i) {
+                // Each reply names its thread and call, so a reply delivered to the wrong
+                // thread, or an old one, shows.
+                const std::string cmd = "AT+ECHO=" + std::to_string(t) + "," + std::to_string(i);
+                const Outcome o = exchange(cmd, "+ECHO", 30);
+                if (o.rc != 0 || o.ret_val != AT_CMD_OK) ++failed_calls;
+                else if (o.report != "+ECHO: " + std::to_string(t) + "," + std::to_string(i)) ++wrong_replies;
+            }
+        });
+    }
+    for (std::thread& c : clients) c.join();
+    done = true;
+    watch.join();
+
+    EXPECT_EQ(failed_calls, 0);
+    EXPECT_EQ(wrong_replies, 0);
+    EXPECT_FALSE(atapi_test::has_trace("send msg failed"));
+    // 16 KiB hold ten records; the queue must never have been full.
+    EXPECT_LT(max_waiting, 10);
+    EXPECT_EQ(ATS_msgQ_num(reply_q), 0);
+}

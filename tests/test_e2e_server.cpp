@@ -1,0 +1,312 @@
+// test_e2e_server.cpp - the library, the AT server and the simulated modem as real processes.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <future>
+#include <thread>
+
+#include "atapi/network.h"
+#include "e2e/harness.h"
+
+using namespace e2e;
+
+namespace {
+
+struct Row {
+    const char* cmd;
+    const char* match;
+    int ret_val;
+    const char* report;
+};
+
+void run_rows(const std::vector<Row>& rows) {
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.cmd);
+        const Outcome o = exchange(r.cmd, r.match);
+        ASSERT_EQ(o.rc, 0);
+        EXPECT_EQ(o.ret_val, r.ret_val);
+        EXPECT_EQ(o.report, r.report);
+        EXPECT_EQ(o.match, r.match);
+    }
+}
+
+}  // namespace
+
+TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+    run_rows({
+        // command                 match        result          report
+        {"AT+CSQ",                 "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},
+        {"AT+CSQ=?",               "+CSQ",      AT_CMD_OK,      "+CSQ: (0-31,99),(0-7,99)"},
+        {"AT^HCSQ?",               "^HCSQ",     AT_CMD_OK,      "^HCSQ: \"LTE\",52,45,148,27"},
+        {"AT^SYSINFOEX",           "",          AT_CMD_OK,      "^SYSINFOEX: 2,3,0,1,,6,\"LTE\",101,\"LTE FDD\""},
+        {"AT+CREG?",               "+CREG:",    AT_CMD_OK,      "+CREG: 0,1"},
+        {"AT+CGMR",                "",          AT_CMD_OK,      "11.617.01.00.00"},
+        {"ATI",                    "IMEI",      AT_CMD_OK,      "IMEI: 867223020254361"},
+        {"ATI",                    "",          AT_CMD_OK,      "Manufacturer: Huawei Technologies Co., Ltd.\r\nModel: ME909s-821\r\n"
+                                                                "Revision: 11.617.01.00.00\r\nIMEI: 867223020254361\r\n+GCAP: +CGSM,+DS,+ES"},
+        {"AT+CMGR=0",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 1,,24\r\n0891683108100005F0040D91683187654321F000006211221080002304D4F29C0E"},
+        {"AT+CMGR=9",              "+CMGR:",    AT_CMS_ERROR,   "+CMS ERROR: 321"},
+        {"AT+COPS=1,2,\"46011\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},
+        {"AT+NOSUCH",              "",          AT_ERROR,       ""},
+        {"AT+CSQ\r",               "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // one terminator, not two
+        {"ATE0",                   "",          AT_CMD_OK,      ""},
+        {"AT+CSQ",                 "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // and without echo
+    });
+}
+
+TEST(E2eServer, CommandFunctionsFillTheirRecords) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+
+    AT_CSQ_ST csq{};
+    ASSERT_EQ(AT_Csq(&csq), 0);
+    EXPECT_EQ(csq.rssi, 23u);
+    EXPECT_EQ(csq.ber, 99u);
+
+    LacCellid reg{};
+    reg.n = 2;
+    ASSERT_EQ(AT_Creg(1, &reg), 0);
+    reg = {};
+    ASSERT_EQ(AT_Creg(0, &reg), 0);
+    EXPECT_EQ(reg.n, 2);
+    EXPECT_EQ(reg.stat, 1);
+    EXPECT_STREQ(reg.lac, "2513");
+    EXPECT_STREQ(reg.ci, "0C4E5F01");
+    EXPECT_STREQ(reg.act, "7");
+
+    HCSQ_STATUS h{};
+    ASSERT_EQ(AT_Hcsq(&h), 0);
+    EXPECT_EQ(h.sysmode, SYSMODE_SIG_LTE);
+    EXPECT_EQ(h.value1, 52u);
+    EXPECT_EQ(h.value4, 27u);
+
+    SysinfoEx sx{};
+    ASSERT_EQ(AT_SysinfoexCommand(&sx), 0);
+    EXPECT_EQ(sx.SrvStatus, 2);
+    EXPECT_EQ(sx.SysMode, 6);
+    EXPECT_STREQ(sx.SysModeName, "LTE");
+    EXPECT_EQ(sx.SubMode, 101);
+}
+
+TEST(E2eServer, MessageBodyFollowsThePromptAndIsStored) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+    const std::string pdu = "0011000D91683187654321F00000AA0AE8329BFD4697D9EC37";
+    // The body ends at Ctrl-Z; what follows it in the field is not sent.
+    Outcome o = exchange("AT+CMGW=24,2\r" + pdu + "\x1a" + "GARBAGE", "+CMGW:");
+    ASSERT_EQ(o.rc, 0);
+    EXPECT_EQ(o.ret_val, AT_CMD_OK);
+    EXPECT_EQ(o.report, "+CMGW: 2");
+    // Without Ctrl-Z the body ends at the first NUL, and the server supplies the Ctrl-Z.
+    o = exchange("AT+CMGW=24,3\r" + pdu, "+CMGW:");
+    EXPECT_EQ(o.report, "+CMGW: 3");
+
+    run_rows({
+        {"AT+CMGR=2",   "+CMGR:", AT_CMD_OK, "+CMGR: 2,,24\r\n0011000D91683187654321F00000AA0AE8329BFD4697D9EC37"},
+        {"AT+CMGD=?",   "+CMGD:", AT_CMD_OK, "+CMGD: (0,1,2,3),(0-4)"},
+        {"AT+CMGD=2,0", "",       AT_CMD_OK, ""},
+        {"AT+CMGD=?",   "+CMGD:", AT_CMD_OK, "+CMGD: (0,1,3),(0-4)"},
+        {"AT+CMGD=0,4", "",       AT_CMD_OK, ""},
+        {"AT+CMGD=?",   "+CMGD:", AT_CMD_OK, "+CMGD: (),(0-4)"},
+    });
+
+    // A len on a body command bounds the body when it has no Ctrl-Z.
+    msg_q m = request("AT+CMGS=24\r" + pdu + "TAIL", "+CMGS:");
+    m.snd_rcv_msg.smsg.len = static_cast<int32_t>(std::string("AT+CMGS=24\r").size() + pdu.size());
+    o = exchange(m);
+    EXPECT_EQ(o.ret_val, AT_CMD_OK);
+    EXPECT_EQ(o.report, "+CMGS: 1");
+}
+
+TEST(E2eServer, PinAndPukCountersRunDownAndRecover) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+    run_rows({
+        {"AT+CFUN=1,1",           "",       AT_CMD_OK,    ""},
+        {"AT+CPIN?",              "+CPIN",  AT_CMD_OK,    "+CPIN: SIM PIN"},
+        {"AT+CPIN=1111",          "+CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
+        {"AT^CPIN?",              "^CPIN",  AT_CMD_OK,    "^CPIN: SIM PIN,2,10,2,10,3"},
+        {"AT^CPIN=\"2222\"",      "^CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
+        {"AT+CPIN=3333",          "+CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
+        {"AT+CPIN?",              "+CPIN",  AT_CMD_OK,    "+CPIN: SIM PUK"},
+        {"AT+CPIN=1234",          "+CPIN",  AT_CME_ERROR, "+CME ERROR: 3"},   // the PIN no longer helps
+        {"AT+CPIN=87654321,4321", "+CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
+        {"AT^CPIN?",              "^CPIN",  AT_CMD_OK,    "^CPIN: SIM PUK,9,9,0,10,3"},
+        {"AT+CPIN=12345678,4321", "+CPIN",  AT_CMD_OK,    ""},
+        {"AT+CPIN?",              "+CPIN",  AT_CMD_OK,    "+CPIN: READY"},
+        {"AT+CLCK=\"SC\", 2",     "+CLCK",  AT_CMD_OK,    "+CLCK: 1"},
+        {"AT+CLCK=\"SC\",0,\"4321\"", "+CLCK", AT_CMD_OK, ""},
+        {"AT+CLCK=\"SC\", 2",     "+CLCK",  AT_CMD_OK,    "+CLCK: 0"},
+    });
+}
+
+TEST(E2eServer, UnsolicitedLinesAreKeptApartFromReplies) {
+    Stack s(R"(
+at 300 ^RSSI: 17
+on AT
+on AT\+CSQ
+  line +CSQ: 11,99
+  line ^RSSI: 9
+  line ^SMMEMFULL: "SM"
+  line +CSQ: 12,99
+on AT\^APCONNST\?
+  line ^APCONNST: 0,"IPV4",0,"IPV6"
+on AT\^NDISDUP=1,1
+  after 50 ^APCONNST: 1,"IPV4",0,"IPV6"
+on AT\+CMGD=1,0
+)");
+    ASSERT_TRUE(s.start());
+    auto report_req = [](int rep_type) {
+        msg_q m = request("", "", 2);
+        m.req_type = GET_REPORT_REQ;
+        m.rep_type = rep_type;
+        return exchange(m);
+    };
+    // Nothing held yet: the report request is refused, the memory-full probe says nothing.
+    EXPECT_EQ(report_req(AT_REPORT_RSSI_REQ).ret_val, AT_ERROR);
+    Outcome o = exchange("", "", 1);
+    EXPECT_EQ(o.ret_val, AT_CMD_OK);
+    EXPECT_EQ(o.report, "");
+    // The bare "^APCONNST" runs the query form while no report is held.
+    o = exchange("^APCONNST");
+    EXPECT_EQ(o.report, "^APCONNST: 0,\"IPV4\",0,\"IPV6\"");
+
+    std::this_thread::sleep_for(500ms);
+    o = report_req(AT_REPORT_RSSI_REQ);
+    EXPECT_EQ(o.ret_val, AT_CMD_OK);
+    EXPECT_EQ(o.report, "^RSSI: 17");
+    StRssiInfo rssi{};
+    ASSERT_EQ(AT_Rssi(&rssi), 0);
+    EXPECT_STREQ(rssi.rssi, "17");
+
+    // Reports that arrive among a command's lines stay out of its report and become the last.
+    o = exchange("AT+CSQ", "+CSQ");
+    EXPECT_EQ(o.report, "+CSQ: 11,99\r\n+CSQ: 12,99");
+    EXPECT_EQ(report_req(AT_REPORT_RSSI_REQ).report, "^RSSI: 9");
+    EXPECT_EQ(exchange("", "", 1).report, "^SMMEMFULL: \"SM\"");
+    EXPECT_EQ(report_req(AT_REPORT_COPS_REQ).ret_val, AT_ERROR);
+
+    // A report of the bare command's name is served without asking the modem.
+    ASSERT_EQ(exchange("AT^NDISDUP=1,1").ret_val, AT_CMD_OK);
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(exchange("^APCONNST").report, "^APCONNST: 1,\"IPV4\",0,\"IPV6\"");
+    // Deleting a message ends the memory-full state.
+    ASSERT_EQ(exchange("AT+CMGD=1,0").ret_val, AT_CMD_OK);
+    EXPECT_EQ(exchange("", "", 1).report, "");
+}
+
+TEST(E2eServer, TimeOutAnswersTimeoutAndDropsTheLateAnswer) {
+    Stack s(R"(
+on AT
+on AT\+SLOW
+  delay 1800
+  line +SLOW: late
+on AT\+CSQ
+  line +CSQ: 5,99
+)");
+    ASSERT_TRUE(s.start());
+    const auto t0 = std::chrono::steady_clock::now();
+    Outcome o = exchange("AT+SLOW", "+SLOW", 1);
+    const auto waited = std::chrono::steady_clock::now() - t0;
+    ASSERT_EQ(o.rc, 0);
+    EXPECT_EQ(o.ret_val, AT_CMD_TIMEOUT);
+    EXPECT_LT(waited, 1s);
+    // The next command waits for the late answer to pass, no longer, and gets its own.
+    o = exchange("AT+CSQ", "+CSQ", 5);
+    EXPECT_EQ(o.ret_val, AT_CMD_OK);
+    EXPECT_EQ(o.report, "+CSQ: 5,99");
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, 2500ms);
+}
+
+TEST(E2eServer, BadRequestsGetAnErrorAndTheServerCarriesOn) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+    std::vector<msg_q> bad;
+    bad.push_back(request("AT+CSQ", "+CSQ"));
+    bad.back().req_type = 42;  // no such request type
+    bad.push_back(request("AT+C\x01SQ", "+CSQ"));
+    bad.push_back(request("AT+C\x7fSQ", "+CSQ"));
+    bad.push_back(request(std::string(AT_CMD_STR_LEN, 'A'), ""));  // no room for the NUL
+    bad.push_back(request("AT+CSQ", "+CSQ"));
+    bad.back().snd_rcv_msg.smsg.len = AT_CMD_STR_LEN + 1;
+    bad.push_back(request("AT+CSQ", "+CSQ"));
+    bad.back().snd_rcv_msg.smsg.len = -5;
+    for (msg_q& m : bad) {
+        const Outcome o = exchange(m);
+        ASSERT_EQ(o.rc, 0);
+        EXPECT_EQ(o.ret_val, AT_ERROR);
+        EXPECT_EQ(o.report, "");
+    }
+    EXPECT_EQ(exchange("AT+CSQ", "+CSQ").report, "+CSQ: 23,99");
+}
+
+TEST(E2eServer, KilledServerFailsTheCallerAndARestartServesAgain) {
+    Stack s(R"(
+on AT
+on AT\+SLOW
+  delay 3000
+on AT\+CSQ
+  line +CSQ: 7,99
+)");
+    ASSERT_TRUE(s.start());
+    auto pending = std::async(std::launch::async, [] {
+        const auto t0 = std::chrono::steady_clock::now();
+        const Outcome o = exchange("AT+SLOW", "", 2);
+        return std::make_pair(o.rc, std::chrono::steady_clock::now() - t0);
+    });
+    std::this_thread::sleep_for(300ms);
+    s.server.signal(SIGKILL);
+    ASSERT_TRUE(s.server.wait_exit(2s));
+    const auto [rc, waited] = pending.get();
+    EXPECT_EQ(rc, -1);
+    EXPECT_GE(waited, 1900ms);
+
+    // The pid file and the queues of the dead server are still there; the new one replaces them.
+    ASSERT_TRUE(s.start_server());
+    ASSERT_TRUE(s.serving());
+    const Outcome o = exchange("AT+CSQ", "+CSQ");
+    EXPECT_EQ(o.rc, 0);
+    EXPECT_EQ(o.report, "+CSQ: 7,99");
+}
+
+TEST(E2eServer, VanishedModemGivesDeviceDownUntilItReturns) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+    s.sim.signal(SIGKILL);
+    ASSERT_TRUE(s.sim.wait_exit(2s));
+    Outcome o;
+    for (int i = 0; i < 50; ++i) {
+        o = exchange("AT+CSQ", "+CSQ", 2);
+        if (o.rc == 0 && o.ret_val == AT_DEVICE_DOWN) break;
+        std::this_thread::sleep_for(20ms);
+    }
+    EXPECT_EQ(o.rc, 0);
+    EXPECT_EQ(o.ret_val, AT_DEVICE_DOWN);
+
+    ASSERT_TRUE(s.start_sim());
+    bool back = false;
+    for (int i = 0; i < 100 && !back; ++i) {
+        o = exchange("AT+CSQ", "+CSQ", 2);
+        back = o.rc == 0 && o.ret_val == AT_CMD_OK;
+        if (!back) std::this_thread::sleep_for(50ms);
+    }
+    EXPECT_TRUE(back);
+    EXPECT_EQ(o.report, "+CSQ: 23,99");
+}
+
+TEST(E2eServer, StopRemovesQueuesAndPidFile) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+    struct stat st {};
+    ASSERT_EQ(stat(s.pid_file().c_str(), &st), 0);
+    EXPECT_EQ(std::stoi(read_file(s.pid_file())), s.server.pid());
+    s.server.signal(SIGTERM);
+    ASSERT_TRUE(s.server.wait_exit(3s));
+    EXPECT_NE(stat(s.pid_file().c_str(), &st), 0);
+    EXPECT_EQ(ATS_get_msgQ_id(ATS_QUEUE_ID_SEND), -1);
+    EXPECT_EQ(ATS_get_msgQ_id(ATS_QUEUE_ID_RECV), -1);
+    EXPECT_EQ(exchange("AT+CSQ", "+CSQ", 1).rc, -1);
+}
