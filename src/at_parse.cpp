@@ -12,8 +12,9 @@ namespace {
 
 // Fault injection for the test build: per thread, so a test arming it cannot make an unrelated
 // thread's parse fail.
-thread_local long t_fail_at = 0;
-thread_local long t_alloc_count = 0;
+// Initial-exec TLS keeps the check to one load on the allocation path.
+__attribute__((tls_model("initial-exec"))) thread_local long t_fail_at = 0;
+__attribute__((tls_model("initial-exec"))) thread_local long t_alloc_count = 0;
 
 bool injected_failure() noexcept {
     ++t_alloc_count;
@@ -128,7 +129,7 @@ namespace atparse {
 AtCmdParse* new_node() noexcept {
     auto* node = static_cast<AtCmdParse*>(
         qmx_malloc_internal(sizeof(AtCmdParse), AT_PARSE_MAX_ALLOC, nullptr, nullptr, 0));
-    if (node != nullptr) memset_s(node, sizeof(AtCmdParse), 0, sizeof(AtCmdParse));
+    if (node != nullptr) *node = AtCmdParse{};
     return node;
 }
 

@@ -4,6 +4,7 @@ constexpr char kTraceSource[] = "src/at_parse";
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -74,9 +75,10 @@ char** new_pointer_array(size_t count) noexcept {
     return array;
 }
 
-int split_fields(std::string_view text, std::span<char*> out, int* number) noexcept {
+int split_fields(std::string_view text, std::span<char*> out, int* number, int* slots) noexcept {
     size_t stored = 0;
     size_t start = 0;
+    int commas = 0;
     bool quoted = false;
     *number = 0;
     auto store = [&](size_t end) -> int {
@@ -93,9 +95,11 @@ int split_fields(std::string_view text, std::span<char*> out, int* number) noexc
             quoted = !quoted;
         } else if (text[i] == ',' && !quoted) {
             if (int rc = store(i); rc != kOk) return rc;
+            ++commas;
             start = i + 1;
         }
     }
+    if (slots != nullptr) *slots = commas + 1;
     if (start < text.size()) {
         if (int rc = store(text.size()); rc != kOk) {
             if (rc == kNoMemory) {
@@ -133,13 +137,31 @@ AtCmdParse* link_row(char** names, char** values, int count) noexcept {
 }
 
 int field_row(AtCmdParse** result, std::string_view names, std::string_view values) noexcept {
-    const int count = row_field_count(names, values);
-    if (count > kMaxFields) return many_fields(result, names, values, count);
-    std::array<char*, kMaxFields> name_slots{};
-    std::array<char*, kMaxFields> value_slots{};
-    const int rc = fill_row(result, names, values, name_slots, value_slots, count);
-    release_strings(name_slots);
-    release_strings(value_slots);
+    // Split straight into the fixed arrays; a row that does not fit starts over on the heap.
+    std::array<char*, kMaxFields> name_slots;
+    std::array<char*, kMaxFields> value_slots;
+    int n_names = 0, n_values = 0, name_count = 0, value_count = 0;
+    int rc = split_fields(names, name_slots, &n_names, &name_count);
+    if (rc == kOk) rc = split_fields(values, value_slots, &n_values, &value_count);
+    const int count = name_count > value_count ? name_count : value_count;
+    const bool too_long = rc == kNothing || (rc == kOk && count > kMaxFields);
+    const auto used = static_cast<size_t>(too_long || rc != kOk ? 0 : count);
+    std::fill(name_slots.begin() + n_names, name_slots.begin() + std::max<size_t>(used, n_names),
+              nullptr);
+    std::fill(value_slots.begin() + n_values,
+              value_slots.begin() + std::max<size_t>(used, n_values), nullptr);
+    if (rc == kOk && !too_long) {
+        AtCmdParse* row = link_row(name_slots.data(), value_slots.data(), count);
+        if (row == nullptr) {
+            ATS_TRACE(INFO, "AT_RETURN_MALLOC_ERR\n");
+            rc = kNoMemory;
+        } else {
+            *result = row;
+        }
+    }
+    release_strings({name_slots.data(), std::max<size_t>(used, n_names)});
+    release_strings({value_slots.data(), std::max<size_t>(used, n_values)});
+    if (too_long) return many_fields(result, names, values, row_field_count(names, values));
     return rc;
 }
 
@@ -288,7 +310,8 @@ extern "C" int parse_common_at_str(AtCmdParse** result, const char* parse_contra
         ATS_TRACE(INFO, " not find the at name pid = %d\n", static_cast<int>(getpid()));
         return parse_final_result(result, at_value_str);
     }
-    if (count_outside_quotes(reply, ',') + 1 > kMaxFields) {
+    // A reply shorter than the limit cannot hold that many separators; skip the count.
+    if (reply.size() >= kMaxFields && count_outside_quotes(reply, ',') + 1 > kMaxFields) {
         // Too many values for one line's arrays: the rest of the reply becomes one row.
         ATS_TRACE(INFO, " enter parse_many_field pid = %d\n", static_cast<int>(getpid()));
         const std::string_view values = reply.substr(reply_colon + 1);

@@ -28,8 +28,21 @@ inline std::string_view view(const char* s) noexcept {
     return s != nullptr ? std::string_view(s) : std::string_view();
 }
 
-// Drops every leading and trailing character that is in `chars`.
-std::string_view trim(std::string_view text, std::string_view chars) noexcept;
+// Drops every leading and trailing character that is in `chars`. The sets are two to five
+// characters long: a plain scan beats the library's search.
+inline std::string_view trim(std::string_view text, std::string_view chars) noexcept {
+    auto in_set = [chars](char c) {
+        for (char k : chars) {
+            if (k == c) return true;
+        }
+        return false;
+    };
+    size_t first = 0;
+    size_t last = text.size();
+    while (first < last && in_set(text[first])) ++first;
+    while (last > first && in_set(text[last - 1])) --last;
+    return text.substr(first, last - first);
+}
 // Occurrences of `sep` outside double quotes (a double quote toggles the quoted state).
 int count_outside_quotes(std::string_view text, char sep) noexcept;
 // Position of the first `sep` outside double quotes, or npos.
@@ -56,7 +69,9 @@ void append_row(AtCmdParse** head, AtCmdParse* row) noexcept;
 // Splits `text` at commas outside quotes into `out`, each field trimmed of blanks and then of
 // double quotes; an empty last field is not stored. *number receives the fields stored. 0, or
 // -5 when an allocation failed (the stored fields stay in `out`), or -1 when `out` is too small.
-int split_fields(std::string_view text, std::span<char*> out, int* number) noexcept;
+// *slots, when given, receives the separators + 1 (empty last field included).
+int split_fields(std::string_view text, std::span<char*> out, int* number,
+                 int* slots = nullptr) noexcept;
 // The row builder behind GreatLinkList_AT. Slots whose strings moved into nodes are nulled, so
 // the caller frees exactly what is left in the arrays whatever the outcome.
 AtCmdParse* link_row(char** names, char** values, int count) noexcept;

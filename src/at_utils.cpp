@@ -71,13 +71,6 @@ extern "C" const uint32_t arrayGSM_7ExtTable[128] = {
 
 namespace atparse {
 
-std::string_view trim(std::string_view text, std::string_view chars) noexcept {
-    const size_t first = text.find_first_not_of(chars);
-    if (first == std::string_view::npos) return text.substr(text.size());
-    const size_t last = text.find_last_not_of(chars);
-    return text.substr(first, last - first + 1);
-}
-
 int count_outside_quotes(std::string_view text, char sep) noexcept {
     int count = 0;
     bool quoted = false;

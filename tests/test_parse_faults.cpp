@@ -22,7 +22,16 @@ struct FaultCase {
     int fail_rc;  // the code an allocation failure must produce
 };
 
+// A storage list longer than the fixed row arrays: the row is split again on the heap.
+const std::string kLongGroup = [] {
+    std::string s = "+CPMS: (0";
+    for (int i = 1; i < 130; ++i) s += "," + std::to_string(i);
+    return s + ")";
+}();
+
 const FaultCase kCases[] = {
+    {"group past the fixed arrays", parse_sms_media, "+CPMS:(mem1,mem2),...", "+CPMS",
+     kLongGroup.c_str(), -2},
     {"common two lines", parse_common_at_str, "+CGACT:cid,state", "+CGACT",
      "+CGACT: 1,1\r\n+CGACT: 2,0\r\n+CGACT: 3,1", -5},
     {"common many fields", parse_common_at_str, "+X:a,b", "+X",
