@@ -4,10 +4,14 @@
 # Usage: check_exports.sh <libatapi.so> <include dir> [C compiler]
 set -euo pipefail
 lib=$1
-inc=$2
+inc=$(cd "$2" && pwd)
 cc=${3:-cc}
 exported=$(nm -D --defined-only "$lib" | awk '$2 ~ /^[TDRBVW]$/ {print $3}' | grep -v '^_' | sort -u)
-declared=$("$cc" -E -P -I "$inc" "$inc/atapi.h" | tr '\n' ' ' | sed 's/;/;\n/g' \
+# Declarations of the project's own headers only (line markers tell which file a line came from).
+declared=$("$cc" -E -I "$inc" "$inc/atapi.h" \
+           | awk -v inc="$inc" '/^# [0-9]+ "/ { own = index($3, inc) > 0; next } own' \
+           | sed -E 's/__attribute__[[:space:]]*\(\([^()]*(\([^()]*\))?[^()]*\)\)//g' \
+           | tr '\n' ' ' | sed 's/;/;\n/g' \
            | grep -v 'typedef' | grep -v '{' | grep '(' \
            | sed -E 's/^[^(]*[^A-Za-z0-9_(]([A-Za-z_][A-Za-z0-9_]*)[[:space:]]*\(.*/\1/' \
            | grep -E '^[A-Za-z_][A-Za-z0-9_]*$' | sort -u)
