@@ -165,38 +165,6 @@ TEST(FinalResult, NeverMatchesWithThisTable) {
     EXPECT_EQ(at_parse_final_result[AT_PARSE_FINAL_RESULT_ROWS - 1], nullptr);
 }
 
-TEST(FindFinalStr, LastOccurrence) {
-    char text[] = "^EONS: 1\r\n^EONS: 2";
-    EXPECT_EQ(parse_find_final_str(text, const_cast<char*>("^EONS")), text + 10);
-    EXPECT_EQ(parse_find_final_str(text, const_cast<char*>("+X")), nullptr);
-    EXPECT_EQ(parse_find_final_str(nullptr, const_cast<char*>("+X")), nullptr);
-    EXPECT_EQ(parse_find_final_str(text, nullptr), nullptr);
-}
-
-TEST(ConstParse, SplitsAndTrims) {
-    char* fields[4] = {};
-    int n = -1;
-    EXPECT_EQ(at_const_parse(fields, " 1 ,\"a,b\", \" q \" ,", const_cast<char*>(","), &n), 0);
-    ASSERT_EQ(n, 3);
-    EXPECT_STREQ(fields[0], "1");
-    EXPECT_STREQ(fields[1], "a,b");
-    EXPECT_STREQ(fields[2], " q ");
-    EXPECT_EQ(fields[3], nullptr);
-    EXPECT_EQ(at_const_parse(fields, "", const_cast<char*>(","), &n), 0);
-    EXPECT_EQ(n, 0);
-    EXPECT_EQ(at_const_parse(fields, "x", nullptr, &n), -1);
-    for (char* f : fields) free(f);
-}
-
-TEST(GreatLinkList, TakesTheStrings) {
-    char* names[2] = {strdup("a"), nullptr};
-    char* values[2] = {strdup("1"), strdup("2")};
-    Tree tree;
-    tree.root = GreatLinkList_AT(names, values, 2);
-    EXPECT_EQ(tree.str(), "a=1,~=2");
-    EXPECT_EQ(GreatLinkList_AT(nullptr, values, 1), nullptr);
-}
-
 TEST(ParseField, RowsPastTheFixedLimit) {
     std::string values = "0";
     for (int i = 1; i < 300; ++i) values += "," + std::to_string(i);

@@ -78,6 +78,10 @@ INSTANTIATE_TEST_SUITE_P(
                  0, kOp1 + " | " + kOp2 + " | " + kModes + " | " + kFormats},
         ListCase{"cops five operators", parse_cops_at_str, kCops, "+COPS", five_operators(), 0,
                  five_operator_tree()},
+        ListCase{"cops empty field inside an operator", parse_cops_at_str, kCops, "+COPS",
+                 "+COPS: (1,\"A\",,\"46000\",7),,(0,1,2,3,4),(0,1,2)", 0,
+                 "option=~,stat=1,long_oper=A,short_oper=,numeric_oper=46000,rat=7 | " + kModes +
+                     " | " + kFormats},
         ListCase{"cops no operator", parse_cops_at_str, kCops, "+COPS",
                  "+COPS: ,,(0,1,2,3,4),(0,1,2)", 0, kModes + " | " + kFormats},
         ListCase{"cops without double comma", parse_cops_at_str, kCops, "+COPS",
