@@ -125,8 +125,8 @@ long atapi_internal_alloc_count(void);
 /* ---------------------------------------------------------------------------------------------
  * Parse routines. Return codes: 0 success, -1 nothing usable or no row, -2 missing argument or
  * structural failure, -3 bad operation type, -4 unknown final result, -5 allocation failed. On
- * failure the result slot is left as it was unless a routine says otherwise. The reply text may be
- * modified during the call; it is restored unless a routine says otherwise.
+ * failure the result slot is left as it was and nothing built is left behind. The reply text is
+ * only read, except where a routine says otherwise.
  * --------------------------------------------------------------------------------------------- */
 
 /* Final-result texts, in match order, null-terminated. */
@@ -153,7 +153,9 @@ int parse_common_at_str(AtCmdParse** result, const char* parse_contrast_str, cha
  * after its first '.'. */
 int parse_soft_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
                    char* at_name);
-/* Expands the range "a-b" into a next-chained row of unnamed values a, a+1, ..., b. */
+/* Appends the unnamed values a, a+1, ..., b of the range "a-b" to the next chain at *result
+ * (ranges of more than 1024 values are refused). On failure the whole chain is released and
+ * *result nulled. */
 int parse_sequence(AtCmdParse** result, char* parse_contrast_str, char* at_value_str);
 /* Fall-back for replies that carry only a final result code. */
 int parse_final_result(AtCmdParse** result, char* at_value_str);
