@@ -21,8 +21,8 @@ namespace {
 
 constexpr size_t kNpos = std::string_view::npos;
 
-// A template copied into a buffer of the size its parser has always used: longer templates are
-// cut, never overrun.
+// A template read only as far as the buffer its parser has always copied it into: longer
+// templates are cut, never overrun.
 template <size_t N>
 std::string_view bounded(std::string_view text) noexcept {
     return text.substr(0, text.size() < N - 1 ? text.size() : N - 1);
@@ -35,6 +35,7 @@ int band_list(AtCmdParse** out, std::string_view names_text, std::string_view re
               const char* label) noexcept {
     const std::string_view names = trim(bounded<128>(names_text), " ()");
     AtCmdParse* head = nullptr;
+    AtCmdParse** tail = &head;
     std::string_view group;
     size_t pos = 0;
     while (next_group(reply, pos, &group, &pos)) {
@@ -50,7 +51,8 @@ int band_list(AtCmdParse** out, std::string_view names_text, std::string_view re
             free_at_cmd(head);
             return rc;
         }
-        append_row(&head, node);
+        *tail = node;
+        tail = &node->plist;
     }
     *out = head;
     return kOk;
@@ -62,6 +64,7 @@ int operator_list(AtCmdParse** out, std::string_view names_text, std::string_vie
     if (groups == 0) return kOk;
     const std::string_view names = trim(bounded<50>(names_text), " )(");
     AtCmdParse* head = nullptr;
+    AtCmdParse** tail = &head;
     size_t pos = 0;
     for (int i = 0; i < groups; ++i) {
         const size_t close = find_outside_quotes(reply, ')', pos);
@@ -82,7 +85,8 @@ int operator_list(AtCmdParse** out, std::string_view names_text, std::string_vie
             free_at_cmd(head);
             return rc;
         }
-        append_row(&head, node);
+        *tail = node;
+        tail = &node->plist;
         pos = close + 1;
     }
     *out = head;
