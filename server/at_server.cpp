@@ -2,6 +2,7 @@
 #include "at_server.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
@@ -26,9 +27,13 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr unsigned kQueueMsgs = AT_MSG_Q_SIZE > 0 ? 16384 / AT_MSG_Q_SIZE : 1;  // the 16 KiB limit
-constexpr int kIntakeThreads = 4;
+// Each intake thread blocked in its receive takes a request straight from the sender's msgsnd,
+// without the request ever occupying the queue; so a burst of this many clients plus the ten
+// queue places is absorbed even before any thread of the server gets a CPU.
+constexpr int kIntakeThreads = 64;
+constexpr size_t kIntakeStack = 128 * 1024;
 constexpr size_t kMaxLine = 4096;
-constexpr int kReplyHighWater = 6;   // replies on the queue before the next command waits
+constexpr int kReplyHighWater = 8;   // replies on the queue before the next command waits
 constexpr auto kTick = 50ms;         // lost-signal safety net for the request queue
 constexpr auto kBusyTick = 2ms;      // while replies wait for room
 constexpr auto kGcEvery = 500ms;
@@ -130,7 +135,18 @@ bool AtServer::start(std::string* error) {
     }
     pid_written_ = true;
 
-    for (int i = 0; i < kIntakeThreads; ++i) intake_.emplace_back([this] { intake_loop(); });
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, kIntakeStack);
+    for (int i = 0; i < kIntakeThreads; ++i) {
+        pthread_t t;
+        if (pthread_create(&t, &attr, &AtServer::intake_main, this) == 0) intake_.push_back(t);
+    }
+    pthread_attr_destroy(&attr);
+    if (intake_.empty()) {
+        *error = "cannot start the intake threads";
+        return false;
+    }
     open_port();
     ATS_TRACE(INFO, "atserver %d serving %s on %s\n", static_cast<int>(getpid()), run_dir.c_str(),
               opt_.device.c_str());
@@ -143,7 +159,7 @@ void AtServer::cleanup() {
     if (rcv_q_ != -1) ATS_msgQ_delete(rcv_q_);
     if (snd_q_ != -1) ATS_msgQ_delete(snd_q_);
     rcv_q_ = snd_q_ = -1;
-    for (std::thread& t : intake_) t.join();
+    for (pthread_t t : intake_) pthread_join(t, nullptr);
     intake_.clear();
     if (pid_written_) std::remove(pid_file_.c_str());
     pid_written_ = false;
@@ -154,6 +170,11 @@ void AtServer::cleanup() {
 }
 
 // ---- requests ------------------------------------------------------------------------------
+
+void* AtServer::intake_main(void* self) {
+    static_cast<AtServer*>(self)->intake_loop();
+    return nullptr;
+}
 
 void AtServer::intake_loop() {
     const int qid = rcv_q_;

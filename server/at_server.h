@@ -12,8 +12,8 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <pthread.h>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "atapi/link.h"
@@ -64,6 +64,7 @@ private:
     };
 
     // Requests.
+    static void* intake_main(void* self);
     void intake_loop();
     void drain_request_queue();
     void take_inbox();
@@ -99,7 +100,7 @@ private:
     bool pid_written_ = false;
 
     std::atomic<bool> stopping_{false};
-    std::vector<std::thread> intake_;
+    std::vector<pthread_t> intake_;
     std::mutex inbox_mu_;
     std::deque<Queued> inbox_;  // filled by the intake threads
 
