@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# One-command demo: builds atctl, the AT server and the modem simulator, starts the simulator
+# and the server in a private run directory, shows `atctl status` against them, and stops both.
+#   scripts/demo.sh                 the summary
+#   scripts/demo.sh signal --json   any atctl arguments instead of "status"
+# Installs what a fresh Debian 12 machine lacks with apt-get. Build directory: build-demo/.
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+build=${ATCTL_DEMO_BUILD:-$top/build-demo}
+
+packages=(cmake ninja-build g++ libsqlite3-dev)
+missing=()
+for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
+if [ ${#missing[@]} -gt 0 ]; then
+    echo "installing: ${missing[*]}"
+    sudo_cmd=""
+    [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
+    $sudo_cmd apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}" >/dev/null
+fi
+
+# Only the three programs: no tests, no benchmarks, so GoogleTest is not needed.
+cmake -S "$top" -B "$build" -G Ninja -DATAPI_TESTS=OFF -DATAPI_BENCH=OFF >/dev/null
+ninja -C "$build" atctl atserver modemsim >/dev/null
+
+run_dir=$(mktemp -d /tmp/atapi-demo-XXXXXX)
+sim_pid=""
+server_pid=""
+stop() {
+    [ -n "$server_pid" ] && kill "$server_pid" 2>/dev/null && wait "$server_pid" 2>/dev/null
+    [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
+    rm -rf "$run_dir"
+}
+trap stop EXIT
+trap 'exit 130' INT TERM
+export ATAPI_RUN_DIR=$run_dir
+
+"$build/sim/modemsim" --scenario "$top/sim/scenarios/default.scn" --link "$run_dir/modem" >/dev/null &
+sim_pid=$!
+for _ in $(seq 100); do [ -e "$run_dir/modem" ] && break; sleep 0.05; done
+[ -e "$run_dir/modem" ] || { echo "demo: modemsim did not start" >&2; exit 1; }
+
+"$build/server/atserver" --device "$run_dir/modem" --foreground &
+server_pid=$!
+for _ in $(seq 100); do [ -s "$run_dir/pidfile/atserver.pid" ] && break; sleep 0.05; done
+[ -s "$run_dir/pidfile/atserver.pid" ] || { echo "demo: atserver did not start" >&2; exit 1; }
+
+echo "modemsim (pid $sim_pid) and atserver (pid $server_pid) in $run_dir"
+echo "\$ atctl ${*:-status}"
+status=0
+"$build/tools/atctl" "${@:-status}" || status=$?
+exit "$status"

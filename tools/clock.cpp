@@ -1,0 +1,77 @@
+// clock.cpp - `atctl time`: the modem's clock, in universal and local time.
+//
+// The modem keeps universal time; the offset to local time comes from --zone (quarter hours,
+// the network's own unit) or else from this host's zone. The shift itself is the library's
+// conversion, so atctl shows exactly what the router's services would compute.
+#include <ctime>
+#include <string>
+
+#include "families.h"
+
+namespace atctl {
+namespace {
+
+std::string two(int v) { return (v >= 0 && v < 10 ? "0" : "") + std::to_string(v); }
+
+std::string date_time_text(const ST_AT_TIME& t) {
+    const std::tm& tm = t.stTimeInfo;
+    return std::to_string(tm.tm_year) + "/" + two(tm.tm_mon) + "/" + two(tm.tm_mday) + " " + two(tm.tm_hour) + ":" +
+           two(tm.tm_min) + ":" + two(tm.tm_sec);
+}
+
+// This host's offset from universal time, in whole quarter hours.
+int host_zone() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (localtime_r(&now, &local) == nullptr) return 0;
+    return static_cast<int>(local.tm_gmtoff / (15 * 60));
+}
+
+// The clock read arrives with the operator-selection family of the library. Until a build has
+// it, the call is compiled out and the section says so, instead of atctl failing to link.
+template <typename Rec>
+int check_clock(Rec* rec, bool* supported) {
+    if constexpr (requires { AT_CCLK_CHECK(rec); }) {
+        *supported = true;
+        return AT_CCLK_CHECK(rec);
+    } else {
+        *supported = false;
+        return -1;
+    }
+}
+
+}  // namespace
+
+void read_clock(const Settings& settings, Report& report) {
+    Section& s = report.section("cclk", "modem clock (+CCLK)", "clock");
+    ST_AT_TIME utc{};
+    utc.AtExeResult = kUnset;
+    bool supported = false;
+    const int rc = check_clock(&utc, &supported);
+    if (!supported) {
+        s.mark_unsupported();
+        return;
+    }
+    if (!s.check(rc)) return;
+
+    utc.time_zone = settings.zone.value_or(host_zone());
+    ST_AT_TIME local{};
+    ATS_universaltime_to_localtime(&utc, &local);
+    char zone_text[16] = {0};
+    ATS_net_time_zone_to_stand(utc.time_zone, zone_text, sizeof zone_text);
+    const std::string zone = field_text(zone_text);
+    const std::string source = settings.zone ? "given" : "this host's";
+
+    s.field("utc", date_time_text(utc), true);
+    s.field("zone", zone + " (" + std::to_string(utc.time_zone) + " quarter hours, " + source + ")");
+    s.field("local", date_time_text(local) + " " + zone, true);
+    const std::tm& u = utc.stTimeInfo;
+    s.json("utc", date_time_text(utc));
+    s.json("year", static_cast<long>(u.tm_year)).json("month", static_cast<long>(u.tm_mon));
+    s.json("day", static_cast<long>(u.tm_mday)).json("hour", static_cast<long>(u.tm_hour));
+    s.json("minute", static_cast<long>(u.tm_min)).json("second", static_cast<long>(u.tm_sec));
+    s.json("zone", static_cast<long>(utc.time_zone)).json("zone_text", zone);
+    s.json("local", date_time_text(local));
+}
+
+}  // namespace atctl
