@@ -48,6 +48,7 @@ TEST(ErrorStrToId, Lines) {
         {"+CSQ: 1,2", AT_CMD_RES_AMSS_MAX},
         {"", AT_CMD_RES_AMSS_MAX},
         {"+CME ERROR: 99999999999999999999", AT_CMD_RES_BUSY},
+        {"+CMS ERROR: 99999999999999999999", AT_CMD_RES_BUSY},
     };
     for (const Case& c : cases) {
         std::string line = c.line;

@@ -171,7 +171,8 @@ typedef enum {
     DSAT_CMS_NETWORK_TIMEOUT = 332,
     DSAT_CMS_CNMA_NOT_EXP = 340,
     DSAT_CMS_UNKNOWN_ERR = 500,
-    /* Any number the modem prints stays a valid value. */
+    /* Any int a report decodes to (an over-long number reads as -1) stays a valid value. */
+    DSAT_CMS_VALUE_RANGE_LOW = -0x7fffffff - 1,
     DSAT_CMS_VALUE_RANGE = 0x7fffffff
 } dsati_cms_err_e_type;
 
