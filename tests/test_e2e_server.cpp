@@ -297,6 +297,33 @@ TEST(E2eServer, VanishedModemGivesDeviceDownUntilItReturns) {
     EXPECT_EQ(o.report, "+CSQ: 23,99");
 }
 
+TEST(E2eServer, RepliesOfVanishedThreadsAreRemoved) {
+    Stack s;
+    ASSERT_TRUE(s.start());
+    const int req_q = ATS_get_msgQ_id(ATS_QUEUE_ID_RECV);
+    const int reply_q = ATS_get_msgQ_id(ATS_QUEUE_ID_SEND);
+    // Twelve threads send a request each and are gone before the answer: more replies than the
+    // reply queue can hold, none of which anybody will collect.
+    for (int i = 0; i < 12; ++i) {
+        std::thread([&, i] {
+            msg_q m = request("AT+CSQ", "+CSQ", 30);
+            m.seq = 1000u + static_cast<uint32_t>(i);
+            ASSERT_EQ(ATS_msgQex_send(req_q, &m, sizeof m, 0), ATS_TRUE);
+            s.server.signal(SIGUSR1);
+        }).join();
+    }
+    // The server neither wedges on the full queue nor leaves the orphans there.
+    const Outcome o = exchange("AT+CSQ", "+CSQ", 5);
+    EXPECT_EQ(o.rc, 0);
+    EXPECT_EQ(o.report, "+CSQ: 23,99");
+    int waiting = -1;
+    for (int i = 0; i < 100 && waiting != 0; ++i) {
+        waiting = ATS_msgQ_num(reply_q);
+        std::this_thread::sleep_for(20ms);
+    }
+    EXPECT_EQ(waiting, 0);
+}
+
 TEST(E2eServer, StopRemovesQueuesAndPidFile) {
     Stack s;
     ASSERT_TRUE(s.start());
