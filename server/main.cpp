@@ -37,6 +37,13 @@ int usage_error(const char* what) {
     return 2;
 }
 
+std::string absolute(const std::string& path) {
+    if (path.empty() || path.front() == '/') return path;
+    char cwd[4096];
+    if (getcwd(cwd, sizeof cwd) == nullptr) return path;
+    return std::string(cwd) + "/" + path;
+}
+
 // Forks into the background; the parent exits once the child says whether it started.
 int daemonize(int* ready_fd) {
     int fds[2];
@@ -87,6 +94,10 @@ int main(int argc, char** argv) {
         }
     }
     if (opt.device.empty()) return usage_error("--device is required");
+    // A daemon works from "/": relative names are taken from where it was started.
+    opt.device = absolute(opt.device);
+    if (const char* dir = std::getenv("ATAPI_RUN_DIR"); dir != nullptr && *dir != '\0')
+        setenv("ATAPI_RUN_DIR", absolute(dir).c_str(), 1);
     if (opt.verbose && std::getenv("ATAPI_TRACE") == nullptr) setenv("ATAPI_TRACE", "15", 1);
 
     int ready_fd = -1;

@@ -83,6 +83,21 @@ TEST(E2eServer, CommandFunctionsFillTheirRecords) {
     EXPECT_EQ(h.value1, 52u);
     EXPECT_EQ(h.value4, 27u);
 
+    AttatchInfo att{};
+    att.state = 0;
+    att.mode = 1;
+    ASSERT_EQ(AT_Cgcatt(1, &att), 0);  // detach
+    att = {};
+    ASSERT_EQ(AT_Cgcatt(0, &att), 0);
+    EXPECT_EQ(att.psState, 0);
+    EXPECT_EQ(att.csState, 1);
+    PsAttatch ps{};
+    ps.state = 1;
+    ASSERT_EQ(AT_Cgatt(1, &ps), 0);
+    ps = {};
+    ASSERT_EQ(AT_Cgatt(0, &ps), 0);
+    EXPECT_EQ(ps.state, 1);
+
     SysinfoEx sx{};
     ASSERT_EQ(AT_SysinfoexCommand(&sx), 0);
     EXPECT_EQ(sx.SrvStatus, 2);
