@@ -3,10 +3,11 @@
 # and the server in a private run directory, shows `atctl status` against them, and stops both.
 #   scripts/demo.sh                 the summary
 #   scripts/demo.sh signal --json   any atctl arguments instead of "status"
-# Installs what a fresh Debian 12 machine lacks with apt-get. Build directory: build-demo/.
+# Installs what a fresh Debian 12 machine lacks with apt-get. Build directory: build-demo/, or
+# the already configured build directory that ATAPI_DEMO_BUILD names.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
-build=${ATCTL_DEMO_BUILD:-$top/build-demo}
+build=${ATAPI_DEMO_BUILD:-$top/build-demo}
 
 packages=(cmake ninja-build g++ libsqlite3-dev)
 missing=()
@@ -19,16 +20,24 @@ if [ ${#missing[@]} -gt 0 ]; then
     DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}" >/dev/null
 fi
 
-# Only the three programs: no tests, no benchmarks, so GoogleTest is not needed.
-cmake -S "$top" -B "$build" -G Ninja -DATAPI_TESTS=OFF -DATAPI_BENCH=OFF >/dev/null
+# Only the three programs: no tests, no benchmarks, so GoogleTest is not needed. A build
+# directory configured before keeps its own options.
+if [ ! -f "$build/CMakeCache.txt" ]; then
+    cmake -S "$top" -B "$build" -G Ninja -DATAPI_TESTS=OFF -DATAPI_BENCH=OFF >/dev/null
+fi
 ninja -C "$build" atctl atserver modemsim >/dev/null
 
 run_dir=$(mktemp -d /tmp/atapi-demo-XXXXXX)
 sim_pid=""
 server_pid=""
 stop() {
-    [ -n "$server_pid" ] && kill "$server_pid" 2>/dev/null && wait "$server_pid" 2>/dev/null
-    [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
+    # The server first: it removes its queues and pid file on SIGTERM.
+    for pid in "$server_pid" "$sim_pid"; do
+        if [ -n "$pid" ]; then
+            kill "$pid" 2>/dev/null || true
+            wait "$pid" 2>/dev/null || true
+        fi
+    done
     rm -rf "$run_dir"
 }
 trap stop EXIT

@@ -2,7 +2,8 @@
 // public functions and prints it for people (default) or scripts (--json).
 //
 // Exit status: 0 every call succeeded; 1 the AT server answered but a call failed (the modem
-// said error, or gave no usable answer); 2 no AT server, or bad usage.
+// said error, or gave no usable answer), or this build of the library has none of the calls
+// asked for; 2 no AT server, or bad usage.
 //
 // A command family joins atctl with one row in kSubcommands and one reader function.
 #include <signal.h>
@@ -210,7 +211,7 @@ int run(int argc, char** argv) {
                             : sub->read == read_status ? report.render_summary()
                                                        : report.render_text();
     std::fputs(out.c_str(), stdout);
-    return report.any_failed() ? kExitFailed : kExitOk;
+    return report.any_failed() || report.all_unsupported() ? kExitFailed : kExitOk;
 }
 
 }  // namespace

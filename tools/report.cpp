@@ -130,6 +130,12 @@ bool Report::any_failed() const {
     });
 }
 
+bool Report::all_unsupported() const {
+    return !sections_.empty() && std::all_of(sections_.begin(), sections_.end(), [](const Section& s) {
+        return s.outcome() == Outcome::unsupported;
+    });
+}
+
 std::string Report::render_text() const {
     std::string out;
     for (const Section& s : sections_) {

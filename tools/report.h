@@ -80,6 +80,8 @@ public:
     const std::vector<Section>& sections() const { return sections_; }
     // True when a call failed for a reason other than a missing library function.
     bool any_failed() const;
+    // True when the library lacked every call asked for, so that nothing could be read.
+    bool all_unsupported() const;
 
     // One block per section: a heading, then one aligned line per field.
     std::string render_text() const;
