@@ -386,6 +386,10 @@ void AtServer::on_port_input() {
             skipping_long_ = false;  // the rest of an over-long line
             continue;
         }
+        if (line.size() > kMaxLine) {
+            ATS_TRACE(WARNING, "dropped an over-long line (%zu bytes) from the modem\n", line.size());
+            continue;
+        }
         if (!line.empty()) handle_line(std::move(line));
     }
     rx_.erase(0, start);

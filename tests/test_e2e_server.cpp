@@ -258,6 +258,23 @@ TEST(E2eServer, BadRequestsGetAnErrorAndTheServerCarriesOn) {
     EXPECT_EQ(exchange("AT+CSQ", "+CSQ").report, "+CSQ: 23,99");
 }
 
+TEST(E2eServer, GarbageAndOverlongModemLinesAreDropped) {
+    Stack s("on AT\n"
+            "on AT\\+GARBLED\n"
+            "  line +GARBLED:\x01 1\x02,\x7f" "2\n"
+            "on AT\\+LONG\n"
+            "  line +LONG: " + std::string(5000, '9') + "\n"
+            "  line +LONG: short\n"
+            "on AT\\+CSQ\n"
+            "  line +CSQ: 3,99\n");
+    ASSERT_TRUE(s.start());
+    run_rows({
+        {"AT+GARBLED", "+GARBLED", AT_CMD_OK, "+GARBLED: 1,2"},
+        {"AT+LONG",    "+LONG",    AT_CMD_OK, "+LONG: short"},
+        {"AT+CSQ",     "+CSQ",     AT_CMD_OK, "+CSQ: 3,99"},
+    });
+}
+
 TEST(E2eServer, KilledServerFailsTheCallerAndARestartServesAgain) {
     Stack s(R"(
 on AT
