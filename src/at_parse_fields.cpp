@@ -13,9 +13,18 @@ constexpr char kTraceSource[] = "src/at_parse";
 #include "trace.h"
 
 extern "C" const char* const at_parse_final_result[AT_PARSE_FINAL_RESULT_ROWS] = {
-    "+CME ERROR:err", "+CMS ERROR:err", "OK",        "ERROR",     "COMMAND NOT SUPPORT",
-    "TOO MANY PARAMETERS", "CONNECT",  "NO CARRIER", "NO DIALTONE", "BUSY",
-    "NO ANSWER",      nullptr,
+    "+CME ERROR:err",
+    "+CMS ERROR:err",
+    "OK",
+    "ERROR",
+    "COMMAND NOT SUPPORT",
+    "TOO MANY PARAMETERS",
+    "CONNECT",
+    "NO CARRIER",
+    "NO DIALTONE",
+    "BUSY",
+    "NO ANSWER",
+    nullptr,
 };
 
 namespace atparse {
