@@ -463,9 +463,6 @@ void AtServer::finish(int ret_val, std::string_view final_line) {
     std::string report;
     if (ret_val == AT_CMD_OK) {
         report = build_report(a.info, a.cmd.match);
-        // An answer is as fresh as a report of the same kind.
-        for (const std::string& l : a.info)
-            if (is_report(l) && !report_has_body(line_name(l))) reports_[std::string(line_name(l))] = l.substr(0, kReportMax);
         if (is_delete_command(a.cmd)) reports_.erase("^SMMEMFULL");
     } else if (ret_val == AT_CME_ERROR || ret_val == AT_CMS_ERROR) {
         report.assign(final_line.substr(0, kReportMax));
