@@ -163,12 +163,25 @@ TEST_F(Atctl, HcsqValuesMeanWhatTheirSystemModeSays) {
         {"^HCSQ: \"NOSERVICE\"",      {"  sysmode   no service"}},
         {"^HCSQ: \"5G\",1,2,3",       {"  sysmode   unrecognised"}},
     };
+    std::vector<std::string> first_keys;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.reply);
         modem({{"AT^HCSQ?", ok(row.reply)}});
         const CliRun r = atctl({"signal"});
         EXPECT_EQ(r.exit, 0) << r.err;
         for (const std::string& line : row.lines) EXPECT_TRUE(r.has_line(line)) << "missing \"" << line << "\" in\n" << r.out;
+
+        // The same keys whatever the mode; a quantity the mode lacks, or an unknown one, is null.
+        const Json hcsq = json({"signal"}, 0)["hcsq"];
+        std::vector<std::string> keys;
+        for (const auto& m : hcsq.members) keys.push_back(m.first);
+        if (first_keys.empty()) first_keys = keys;
+        EXPECT_EQ(keys, first_keys);
+        const bool lte = hcsq["sysmode"].text == "LTE";
+        EXPECT_EQ(hcsq["sinr_db"].is_null(), !lte);
+        if (lte) {
+            EXPECT_TRUE(hcsq["rsrp_dbm"].is_null());  // 255
+        }
     }
 }
 

@@ -88,6 +88,8 @@ constexpr Scale kSinr{"sinr", "dB",  "sinr_db",  -202,  2};
 constexpr Scale kRsrq{"rsrq", "dB",  "rsrq_db",  -200,  5};
 constexpr Scale kNone{};
 
+constexpr std::array kHcsqDerived{&kRssi, &kRscp, &kEcio, &kRsrp, &kSinr, &kRsrq};
+
 // What value1 to value4 mean in each system mode. CDMA and EVDO readings are shown raw.
 constexpr std::array kHcsqModes{
     HcsqMode{SYSMODE_SIG_NOSERVICE, "no service", 0, {kNone, kNone, kNone, kNone}},
@@ -124,14 +126,20 @@ void read_hcsq(Report& report) {
     s.json("sysmode", mode ? JsonValue{std::string(mode->name)} : JsonValue{nullptr});
     s.json("sysmode_code", mode ? JsonValue{static_cast<long>(rec.sysmode)} : JsonValue{nullptr});
     for (size_t i = 0; i < 5; ++i) s.json("value" + std::to_string(i + 1), static_cast<long>(values[i]));
-    if (mode == nullptr) return;
-    for (size_t i = 0; i < mode->count; ++i) {
-        const Scale& sc = mode->scales[i];
-        s.field(std::string(sc.label), scaled_text(sc, values[i]), true);
-        s.json(std::string(sc.json_key), values[i] == kHcsqUnknown
-                                             ? JsonValue{nullptr}
-                                             : JsonValue{Tenths{sc.base_tenths + sc.step_tenths * static_cast<long>(values[i])}});
+    // Every derived key in every mode, null where the mode has no such quantity: scripts see
+    // the same keys whatever the modem is camped on.
+    for (const Scale* key : kHcsqDerived) {
+        JsonValue v{nullptr};
+        for (size_t i = 0; mode != nullptr && i < mode->count; ++i) {
+            const Scale& sc = mode->scales[i];
+            if (sc.json_key == key->json_key && values[i] != kHcsqUnknown)
+                v = Tenths{sc.base_tenths + sc.step_tenths * static_cast<long>(values[i])};
+        }
+        s.json(std::string(key->json_key), v);
     }
+    if (mode == nullptr) return;
+    for (size_t i = 0; i < mode->count; ++i)
+        s.field(std::string(mode->scales[i].label), scaled_text(mode->scales[i], values[i]), true);
     if (mode->count == 0 && mode->mode != SYSMODE_SIG_NOSERVICE)
         for (size_t i = 0; i < 5; ++i) s.field("value" + std::to_string(i + 1), std::to_string(values[i]));
 }
