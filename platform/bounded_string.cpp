@@ -6,7 +6,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <string>
+#include <memory>
+#include <string_view>
 
 #include "atplatform.h"
 
@@ -105,10 +106,8 @@ extern "C" int sscanf_s(const char* buffer, const char* format, ...) {
     const char* f = format;
     int assigned = 0;
     bool any_conversion_tried = false;
-    bool failed = false;
-    while (*f && !failed) {
-        unsigned char fc = static_cast<unsigned char>(*f);
-        if (std::isspace(fc)) {
+    while (*f) {
+        if (std::isspace(static_cast<unsigned char>(*f))) {
             while (std::isspace(static_cast<unsigned char>(*in))) ++in;
             ++f;
             continue;
@@ -120,86 +119,76 @@ extern "C" int sscanf_s(const char* buffer, const char* format, ...) {
             ++f;
             continue;
         }
-        // One directive: %[*][width][length]conv
+        // One directive: %[*][width][length]conv, with conv's [set] when it is '['.
         const char* start = f++;
-        bool suppress = false;
-        if (*f == '*') {
-            suppress = true;
-            ++f;
-        }
+        const bool suppress = *f == '*';
+        if (suppress) ++f;
+        const char* width_at = f;
         while (std::isdigit(static_cast<unsigned char>(*f))) ++f;
-        bool has_width = f > start + 1 + (suppress ? 1 : 0);
+        const bool has_width = f > width_at;
+        const size_t width_given = has_width ? std::strtoul(width_at, nullptr, 10) : 0;
+        const char* length_at = f;
         while (*f && std::strchr("hljztL", *f)) ++f;
-        char conv = *f;
+        const std::string_view length(length_at, static_cast<size_t>(f - length_at));
+        const char conv = *f;
         if (conv == '\0') break;
-        std::string directive(start, static_cast<size_t>(f - start));
-        std::string set;
+        const char* conv_end = f + 1;
         if (conv == '[') {
-            const char* s = f + 1;
-            if (*s == '^') ++s;
-            if (*s == ']') ++s;
-            while (*s && *s != ']') ++s;
-            if (*s != ']') break;
-            set.assign(f, static_cast<size_t>(s - f + 1));
-            f = s + 1;
-        } else {
-            ++f;
+            const char* e = f + 1;
+            if (*e == '^') ++e;
+            if (*e == ']') ++e;
+            while (*e && *e != ']') ++e;
+            if (*e != ']') break;
+            conv_end = e + 1;
         }
-        if (*in == '\0' && conv != 'n') {
-            if (!any_conversion_tried) assigned = -1;
-            break;
-        }
-        any_conversion_tried = true;
-        int used = 0;
-        int got = 0;
+        const std::string_view conversion(f, static_cast<size_t>(conv_end - f));  // "d", "s", "[^\"]"
+        f = conv_end;
         if (conv == 'n') {
             if (!suppress) *va_arg(ap, int*) = static_cast<int>(in - buffer);
             continue;
         }
-        bool sized = conv == 's' || conv == 'c' || conv == '[';
+        if (*in == '\0') {
+            if (!any_conversion_tried) assigned = -1;
+            break;
+        }
+        any_conversion_tried = true;
+
+        char fmt[96];
+        int used = 0;
         if (suppress) {
-            std::string fmt = directive + (conv == '[' ? set : std::string(1, conv)) + "%n";
-            got = std::sscanf(in, fmt.c_str(), &used);
-            if (used == 0) failed = true;
+            const int n = std::snprintf(fmt, sizeof fmt, "%.*s%%n", static_cast<int>(conv_end - start), start);
+            if (n < 0 || static_cast<size_t>(n) >= sizeof fmt) break;
+            std::sscanf(in, fmt, &used);
+            if (used == 0) break;
             in += used;
             continue;
         }
-        if (sized) {
+        if (conv == 's' || conv == 'c' || conv == '[') {
             char* dst = va_arg(ap, char*);
-            unsigned size = va_arg(ap, unsigned);
-            if (dst == nullptr || size == 0) {
-                failed = true;
-                break;
-            }
-            // Without a width of its own the conversion may take size - 1 characters for %s/%[
-            // (leaving room for the NUL) and 1 for %c. One more is allowed so that an over-long
-            // field is seen as such and fails instead of being silently cut.
-            size_t width = conv == 'c' ? 1 : size;
-            if (has_width) width = std::strtoul(directive.c_str() + 1, nullptr, 10);
-            std::string tmp(width + 1, '\0');
-            std::string fmt = "%" + std::to_string(width) + (conv == '[' ? set : std::string(1, conv)) + "%n";
-            got = std::sscanf(in, fmt.c_str(), tmp.data(), &used);
-            if (got != 1) {
-                failed = true;
-                break;
-            }
-            size_t need = conv == 'c' ? width : std::strlen(tmp.c_str()) + 1;
+            const unsigned size = va_arg(ap, unsigned);
+            if (dst == nullptr || size == 0) break;
+            // Without a width of its own the conversion may take `size` characters for %s/%[, one
+            // more than fits with the NUL, so that an over-long field is seen and fails instead of
+            // being cut silently; %c takes one.
+            const size_t width = has_width ? width_given : (conv == 'c' ? 1 : size);
+            std::unique_ptr<char[]> tmp(new char[width + 1]());
+            const int n = std::snprintf(fmt, sizeof fmt, "%%%zu%.*s%%n", width, static_cast<int>(conversion.size()),
+                                        conversion.data());
+            if (n < 0 || static_cast<size_t>(n) >= sizeof fmt) break;
+            if (std::sscanf(in, fmt, tmp.get(), &used) != 1) break;
+            const size_t need = conv == 'c' ? width : std::strlen(tmp.get()) + 1;
             if (need > size) {
                 dst[0] = '\0';
-                failed = true;
                 break;
             }
-            std::memcpy(dst, tmp.data(), need);
-            in += used;
-            ++assigned;
-            continue;
-        }
-        void* dst = va_arg(ap, void*);
-        std::string fmt = directive + conv + "%n";
-        got = std::sscanf(in, fmt.c_str(), dst, &used);
-        if (got != 1) {
-            failed = true;
-            break;
+            std::memcpy(dst, tmp.get(), need);
+        } else {
+            void* dst = va_arg(ap, void*);
+            const int n = std::snprintf(fmt, sizeof fmt, "%%%.*s%.*s%%n",
+                                        static_cast<int>(length_at - start - 1), start + 1,
+                                        static_cast<int>(length.size() + conversion.size()), length.data());
+            if (n < 0 || static_cast<size_t>(n) >= sizeof fmt) break;
+            if (std::sscanf(in, fmt, dst, &used) != 1) break;
         }
         in += used;
         ++assigned;

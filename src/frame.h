@@ -26,11 +26,6 @@
 #include "atapi/result.h"
 #include "trace.h"
 
-// Level 16 is used by a few voice-service traces.
-#ifndef ATS_TRACE_DEBUG
-#define ATS_TRACE_DEBUG ATP_TRACE_DEBUG
-#endif
-
 namespace atapi {
 
 inline constexpr int kDefaultTimeout = 30;  // seconds; the rule for commands

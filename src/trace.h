@@ -11,6 +11,7 @@
 #define ATS_TRACE_ERROR ATP_TRACE_ERROR
 #define ATS_TRACE_WARNING ATP_TRACE_WARNING
 #define ATS_TRACE_INFO ATP_TRACE_INFO
+#define ATS_TRACE_DEBUG ATP_TRACE_DEBUG
 
 // ATS_TRACE(ERROR, "fmt", ...) writes one trace line of module "atserver" at the given level.
 #define ATS_TRACE(level, ...) \
