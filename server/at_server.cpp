@@ -158,9 +158,9 @@ void AtServer::cleanup() {
     // Removing the request queue wakes the intake threads out of their receive.
     if (rcv_q_ != -1) ATS_msgQ_delete(rcv_q_);
     if (snd_q_ != -1) ATS_msgQ_delete(snd_q_);
-    rcv_q_ = snd_q_ = -1;
     for (pthread_t t : intake_) pthread_join(t, nullptr);
     intake_.clear();
+    rcv_q_ = snd_q_ = -1;  // only now: the intake threads read it
     if (pid_written_) std::remove(pid_file_.c_str());
     pid_written_ = false;
     port_.close();
