@@ -266,6 +266,17 @@ TEST_F(Atctl, ModemErrorsExitOneAndNameTheFailingCall) {
     }
 }
 
+// A modem that stops answering costs one time limit, not one per call.
+TEST_F(Atctl, ASilentModemStopsTheRunAfterTheFirstTimeout) {
+    modem({{"AT+CSQ", silent()}});
+    const auto start = std::chrono::steady_clock::now();
+    const Json doc = json({"status"}, 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+    EXPECT_EQ(doc["csq"]["error"].text, "no usable answer");
+    for (const char* key : {"hcsq", "creg", "rejinfoex", "cclk"}) EXPECT_EQ(doc[key]["error"].text, "skipped") << key;
+    EXPECT_EQ(commands(), std::vector<std::string>{"AT+CSQ"});
+}
+
 // Whatever the modem says, atctl neither crashes nor prints a document a parser refuses.
 TEST_F(Atctl, HostileRepliesStillGiveValidJson) {
     const std::string long_text(60, '7');

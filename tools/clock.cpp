@@ -44,6 +44,7 @@ int check_clock(Rec* rec, bool* supported) {
 
 void read_clock(const Settings& settings, Report& report) {
     Section& s = report.section("cclk", "modem clock (+CCLK)", "clock");
+    if (s.skipped()) return;
     ST_AT_TIME utc{};
     utc.AtExeResult = kUnset;
     bool supported = false;

@@ -169,6 +169,7 @@ void registration_fields(Section& s, int n, int stat, const std::string& lac, co
 
 void read_creg(Report& report) {
     Section& s = report.section("creg", "circuit-switched registration (+CREG)", "creg");
+    if (s.skipped()) return;
     LacCellid rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_Creg(0, &rec);
@@ -179,6 +180,7 @@ void read_creg(Report& report) {
 
 void read_cgreg(Report& report) {
     Section& s = report.section("cgreg", "packet registration (+CGREG)", "cgreg");
+    if (s.skipped()) return;
     CgregRsp rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_Cgreg(0, &rec);
@@ -189,6 +191,7 @@ void read_cgreg(Report& report) {
 
 void read_cereg(Report& report) {
     Section& s = report.section("cereg", "EPS registration (+CEREG)", "cereg");
+    if (s.skipped()) return;
     CeregRsp rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_Cereg(0, &rec);
@@ -198,6 +201,7 @@ void read_cereg(Report& report) {
 
 void read_cgatt(Report& report) {
     Section& s = report.section("cgatt", "packet attach (+CGATT)", "cgatt");
+    if (s.skipped()) return;
     PsAttatch rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_Cgatt(0, &rec);
@@ -208,6 +212,7 @@ void read_cgatt(Report& report) {
 
 void read_sysinfoex(Report& report) {
     Section& s = report.section("sysinfoex", "system information (^SYSINFOEX, as cached for the router)", "sysinfoex");
+    if (s.skipped()) return;
     SysinfoEx rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_SysInfoEx(&rec);
@@ -229,6 +234,7 @@ void read_sysinfoex(Report& report) {
 
 void read_rejinfoex(Report& report) {
     Section& s = report.section("rejinfoex", "last registration reject (^REJINFO)", "rejinfo");
+    if (s.skipped()) return;
     REJECT_INFOEX rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_RejinfoexCommand(&rec);

@@ -8,6 +8,8 @@ namespace atctl {
 namespace {
 
 constexpr size_t kMinLabelWidth = 10;
+// The shortest time limit of a command is 5 seconds; a failure that took this long was one.
+constexpr auto kSilentAfter = std::chrono::milliseconds(4500);
 
 struct ResultName {
     AT_AMSS_RES code;
@@ -40,6 +42,8 @@ std::string failure_text(const Section& s) {
             return "no usable answer (an error reply, a timeout or a reply that did not parse)";
         case Outcome::unsupported:
             return "not available in this build of libatapi";
+        case Outcome::skipped:
+            return "not asked: the modem did not answer an earlier call in time";
         case Outcome::ok:
             break;
     }
@@ -51,6 +55,7 @@ std::string failure_key(Outcome o) {
         case Outcome::modem_error: return "modem error";
         case Outcome::failed:      return "no usable answer";
         case Outcome::unsupported: return "unsupported";
+        case Outcome::skipped:     return "skipped";
         case Outcome::ok:          break;
     }
     return {};
@@ -95,6 +100,18 @@ size_t utf8_length(std::string_view s) {
 
 }  // namespace
 
+Section::Section(Report& report, std::string key, std::string title, std::string tag, bool skip)
+    : report_(&report),
+      opened_(std::chrono::steady_clock::now()),
+      key_(std::move(key)),
+      title_(std::move(title)),
+      tag_(std::move(tag)),
+      outcome_(skip ? Outcome::skipped : Outcome::ok) {}
+
+void Section::failed() {
+    if (std::chrono::steady_clock::now() - opened_ >= kSilentAfter) report_->modem_silent();
+}
+
 Section& Section::field(std::string label, std::string text, bool brief) {
     fields_.push_back({std::move(label), std::move(text), brief});
     return *this;
@@ -107,6 +124,7 @@ Section& Section::json(std::string key, JsonValue value) {
 
 bool Section::check(int rc) {
     outcome_ = rc == 0 ? Outcome::ok : Outcome::failed;
+    if (outcome_ != Outcome::ok) failed();
     return outcome_ == Outcome::ok;
 }
 
@@ -115,18 +133,20 @@ bool Section::check(int rc, AT_AMSS_RES result) {
     if (rc != 0 || result == kUnset) outcome_ = Outcome::failed;
     else if (result != AT_CMD_RES_SUCCESS) outcome_ = Outcome::modem_error;
     else outcome_ = Outcome::ok;
+    if (outcome_ == Outcome::failed) failed();
     return outcome_ == Outcome::ok;
 }
 
 void Section::mark_unsupported() { outcome_ = Outcome::unsupported; }
 
 Section& Report::section(std::string key, std::string title, std::string tag) {
-    return sections_.emplace_back(std::move(key), std::move(title), std::move(tag));
+    return sections_.emplace_back(*this, std::move(key), std::move(title), std::move(tag), silent_);
 }
 
 bool Report::any_failed() const {
     return std::any_of(sections_.begin(), sections_.end(), [](const Section& s) {
-        return s.outcome() == Outcome::modem_error || s.outcome() == Outcome::failed;
+        return s.outcome() == Outcome::modem_error || s.outcome() == Outcome::failed ||
+               s.outcome() == Outcome::skipped;
     });
 }
 

@@ -6,6 +6,7 @@
 // two views want different things: people read "-73 dBm (raw 20)", scripts want 20 and -73 apart.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -29,7 +30,10 @@ enum class Outcome {
     modem_error,   // the reply was an error result; `result` says which
     failed,        // no usable reply: an error without a code, a timeout, a reply that did not parse
     unsupported,   // this build of the library lacks the call
+    skipped,       // not asked: an earlier call found the modem silent
 };
+
+class Report;
 
 struct Field {
     std::string label;
@@ -37,10 +41,14 @@ struct Field {
     bool brief;  // also shown on the one-line summary of `status`
 };
 
+// A reader opens its section right before its library call and starts with
+//     Section& s = report.section(...);
+//     if (s.skipped()) return;
 class Section {
 public:
-    Section(std::string key, std::string title, std::string tag)
-        : key_(std::move(key)), title_(std::move(title)), tag_(std::move(tag)) {}
+    Section(Report& report, std::string key, std::string title, std::string tag, bool skip);
+
+    bool skipped() const { return outcome_ == Outcome::skipped; }
 
     // Human field; `brief` fields make up the section's line in `status`.
     Section& field(std::string label, std::string text, bool brief = false);
@@ -64,6 +72,10 @@ public:
     const std::vector<std::pair<std::string, JsonValue>>& members() const { return members_; }
 
 private:
+    void failed();
+
+    Report* report_;
+    std::chrono::steady_clock::time_point opened_;
     std::string key_, title_, tag_;
     Outcome outcome_ = Outcome::ok;
     AT_AMSS_RES result_ = AT_CMD_RES_SUCCESS;
@@ -77,6 +89,9 @@ inline constexpr AT_AMSS_RES kUnset = static_cast<AT_AMSS_RES>(-100);
 class Report {
 public:
     Section& section(std::string key, std::string title, std::string tag);
+    // A call failed only after waiting out its time limit: the modem has stopped answering,
+    // and every later call would wait as long (up to 30 seconds each) for nothing.
+    void modem_silent() { silent_ = true; }
     const std::vector<Section>& sections() const { return sections_; }
     // True when a call failed for a reason other than a missing library function.
     bool any_failed() const;
@@ -92,6 +107,7 @@ public:
 
 private:
     std::vector<Section> sections_;
+    bool silent_ = false;
 };
 
 // Text helpers shared by the families.

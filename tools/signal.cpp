@@ -50,6 +50,7 @@ std::string ber_text(unsigned raw) {
 
 void read_csq(Report& report) {
     Section& s = report.section("csq", "signal quality (+CSQ)", "csq");
+    if (s.skipped()) return;
     AT_CSQ_ST rec{};
     if (!s.check(AT_Csq(&rec))) return;
     const std::optional<long> dbm = csq_dbm(rec.rssi);
@@ -114,6 +115,7 @@ std::string scaled_text(const Scale& sc, unsigned raw) {
 
 void read_hcsq(Report& report) {
     Section& s = report.section("hcsq", "signal per technology (^HCSQ)", "hcsq");
+    if (s.skipped()) return;
     HCSQ_STATUS rec{};
     rec.sysmode = kSysmodeUnset;
     if (!s.check(AT_Hcsq(&rec))) return;
@@ -149,6 +151,7 @@ void read_hcsq(Report& report) {
 // ^CERSSI reports in dBm and dB already; 0 (255 for Ec/Io) marks a technology not measured.
 void read_cerssi(Report& report) {
     Section& s = report.section("cerssi", "measured quantities (^CERSSI)", "cerssi");
+    if (s.skipped()) return;
     CerssiRsp rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_Cerssi(0, &rec);
@@ -196,6 +199,7 @@ void text_reading(Section& s, const std::string& label, const std::string& json_
 
 void read_rsrp(Report& report) {
     Section& s = report.section("rsrp", "LTE reference signal (^LTERSRP)", "rsrp");
+    if (s.skipped()) return;
     AT_RSRP_STRU rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_Rsrp(&rec);
@@ -206,6 +210,7 @@ void read_rsrp(Report& report) {
 
 void read_csnr(Report& report) {
     Section& s = report.section("csnr", "WCDMA signal (^CSNR)", "csnr");
+    if (s.skipped()) return;
     CsnrRsp rec{};
     rec.AtExeResult = kUnset;
     const int rc = AT_Csnr(&rec);
