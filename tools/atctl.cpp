@@ -35,7 +35,7 @@ struct Subcommand {
     std::string_view name;
     std::string_view summary;
     std::string_view help;     // the body of `atctl NAME --help`
-    std::string_view options;  // the subcommand's own options, blank-separated
+    std::string_view options;  // the subcommand's own option and its value, as usage shows them
     void (*read)(const Settings&, Report&);
     bool in_status;            // part of the `status` summary
 };
@@ -56,11 +56,12 @@ constexpr std::array kSubcommands{
                "Reads +CCLK and converts it to local time.\n"
                "  --zone Q   offset of local time in quarter hours, signed, as the network\n"
                "             codes it (+32 is GMT+08:00); default: this host's zone\n",
-               "--zone", read_clock, true},
-    Subcommand{"status",       "a one-screen summary of everything above",
-               "Runs every reader and prints one line per call; with --json, the same\n"
-               "members as the single subcommands give.\n",
-               "--zone", read_status, false},
+               "--zone Q", read_clock, true},
+    Subcommand{"status",       "a one-screen summary of all the subcommands",
+               "Makes the calls of every other subcommand and prints one line per call;\n"
+               "with --json, the same members as the single subcommands give.\n"
+               "  --zone Q   as for 'time'\n",
+               "--zone Q", read_status, false},
 };
 
 constexpr std::string_view kGlobalHelp =
@@ -101,20 +102,24 @@ std::string global_help() {
 
 std::string subcommand_help(const Subcommand& sub) {
     std::string out = "usage: atctl [--json] [--run-dir DIR] " + std::string(sub.name);
-    if (!sub.options.empty()) out += " [" + std::string(sub.options) + " Q]";
+    if (!sub.options.empty()) out += " [" + std::string(sub.options) + "]";
     out += "\n\n" + std::string(sub.summary) + ".\n\n" + std::string(sub.help);
     return out;
 }
 
 bool accepts(const Subcommand& sub, std::string_view option) {
-    std::string_view rest = sub.options;
-    while (!rest.empty()) {
-        const size_t blank = rest.find(' ');
-        if (rest.substr(0, blank) == option) return true;
-        if (blank == std::string_view::npos) break;
-        rest.remove_prefix(blank + 1);
-    }
-    return false;
+    return sub.options.substr(0, sub.options.find(' ')) == option;
+}
+
+// "'time' and 'status'": the subcommands that take `option`.
+std::string takers(std::string_view option) {
+    std::vector<std::string> names;
+    for (const Subcommand& s : kSubcommands)
+        if (accepts(s, option)) names.push_back("'" + std::string(s.name) + "'");
+    std::string out;
+    for (size_t i = 0; i < names.size(); ++i)
+        out += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+    return out;
 }
 
 int usage_error(const std::string& what) {
@@ -178,7 +183,7 @@ int run(int argc, char** argv) {
             setenv("ATAPI_RUN_DIR", std::string(*dir).c_str(), 1);
         } else if (a == kZoneOption) {
             if (sub == nullptr || !accepts(*sub, a))
-                return usage_error(std::string(a) + " is an option of 'time' and 'status'");
+                return usage_error(std::string(a) + " is an option of " + takers(a) + " only");
             const std::optional<std::string_view> text = value();
             settings.zone = text ? parse_zone(*text) : std::nullopt;
             if (!settings.zone) return usage_error("--zone needs quarter hours from -95 to 95, such as +32");
