@@ -211,6 +211,11 @@ on AT\+CMGD=1,0
     // Deleting a message ends the memory-full state.
     ASSERT_EQ(exchange("AT+CMGD=1,0").ret_val, AT_CMD_OK);
     EXPECT_EQ(exchange("", "", 1).report, "");
+    // A clear request forgets every report.
+    msg_q clear = request("", "", 2);
+    clear.req_type = AT_CLEAR_REQ;
+    EXPECT_EQ(exchange(clear).ret_val, AT_CMD_OK);
+    EXPECT_EQ(report_req(AT_REPORT_RSSI_REQ).ret_val, AT_ERROR);
 }
 
 TEST(E2eServer, TimeOutAnswersTimeoutAndDropsTheLateAnswer) {
@@ -354,6 +359,23 @@ TEST(E2eServer, RepliesOfVanishedThreadsAreRemoved) {
         std::this_thread::sleep_for(20ms);
     }
     EXPECT_EQ(waiting, 0);
+}
+
+TEST(E2eServer, DaemonDetachesAndStopsCleanly) {
+    Stack s;
+    ASSERT_TRUE(s.start_sim());
+    // The starting process returns once the daemon serves; the daemon is another process.
+    ASSERT_TRUE(s.server.spawn({ATSERVER_BIN, "--device", s.device()}, false));
+    ASSERT_TRUE(s.server.wait_exit(5s));
+    const int daemon = ATS_task_name_to_id("atserver");
+    ASSERT_GT(daemon, 0);
+    EXPECT_EQ(exchange("AT+CSQ", "+CSQ").report, "+CSQ: 23,99");
+    kill(daemon, SIGTERM);
+    // Whoever reaps the daemon, its pid file goes as it ends.
+    struct stat st {};
+    for (int i = 0; i < 300 && stat(s.pid_file().c_str(), &st) == 0; ++i) std::this_thread::sleep_for(10ms);
+    EXPECT_NE(stat(s.pid_file().c_str(), &st), 0);
+    EXPECT_EQ(ATS_get_msgQ_id(ATS_QUEUE_ID_RECV), -1);
 }
 
 TEST(E2eServer, StopRemovesQueuesAndPidFile) {
