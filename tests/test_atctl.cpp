@@ -160,6 +160,8 @@ TEST_F(Atctl, HcsqValuesMeanWhatTheirSystemModeSays) {
         {"^HCSQ: \"GSM\",60",         {"  sysmode   GSM", "  rssi      -61 dBm (raw 60)"}},
         {"^HCSQ: \"LTE\",0,255,1,34", {"  rssi      below -120 dBm (raw 0)", "  rsrp      unknown (raw 255)",
                                        "  sinr      -20 dB (raw 1)", "  rsrq      -3 dB (raw 34)"}},
+        {"^HCSQ: \"LTE\",52,45,148",  {"  sinr      9.4 dB (raw 148)", "  rsrq      not reported"}},
+        {"^HCSQ: \"CDMA\",60,7",      {"  sysmode   CDMA", "  value1    60", "  value2    7"}},
         {"^HCSQ: \"NOSERVICE\"",      {"  sysmode   no service"}},
         {"^HCSQ: \"5G\",1,2,3",       {"  sysmode   unrecognised"}},
     };
@@ -180,8 +182,9 @@ TEST_F(Atctl, HcsqValuesMeanWhatTheirSystemModeSays) {
         const bool lte = hcsq["sysmode"].text == "LTE";
         EXPECT_EQ(hcsq["sinr_db"].is_null(), !lte);
         if (lte) {
-            EXPECT_TRUE(hcsq["rsrp_dbm"].is_null());  // 255
+            EXPECT_EQ(hcsq["rsrp_dbm"].is_null(), hcsq["value2"].number == 255);
         }
+        EXPECT_TRUE(hcsq["value5"].is_null()) << "no reply here carries a fifth value";
     }
 }
 

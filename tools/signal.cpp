@@ -80,6 +80,9 @@ struct HcsqMode {
 };
 
 constexpr unsigned kHcsqUnknown = 255;
+// Preset in the record: the library leaves a value the reply does not carry as it found it
+// (a GSM report has one value), and no modem reports this code.
+constexpr unsigned kHcsqAbsent = 0xFFFFFFFFu;
 
 constexpr Scale kRssi{"rssi", "dBm", "rssi_dbm", -1210, 10};
 constexpr Scale kRscp{"rscp", "dBm", "rscp_dbm", -1210, 10};
@@ -107,6 +110,7 @@ constexpr std::array kHcsqModes{
 constexpr SYSMODE kSysmodeUnset = static_cast<SYSMODE>(-2);
 
 std::string scaled_text(const Scale& sc, unsigned raw) {
+    if (raw == kHcsqAbsent) return "not reported";
     const std::string tail = " (raw " + std::to_string(raw) + ")";
     if (raw == kHcsqUnknown) return "unknown" + tail;
     if (raw == 0) return "below " + tenths_text(sc.base_tenths + sc.step_tenths) + " " + std::string(sc.unit) + tail;
@@ -118,6 +122,7 @@ void read_hcsq(Report& report) {
     if (s.skipped()) return;
     HCSQ_STATUS rec{};
     rec.sysmode = kSysmodeUnset;
+    rec.value1 = rec.value2 = rec.value3 = rec.value4 = rec.value5 = kHcsqAbsent;
     if (!s.check(AT_Hcsq(&rec))) return;
     const HcsqMode* mode = nullptr;
     for (const HcsqMode& m : kHcsqModes)
@@ -127,14 +132,16 @@ void read_hcsq(Report& report) {
     s.field("sysmode", mode ? std::string(mode->name) : "unrecognised", true);
     s.json("sysmode", mode ? JsonValue{std::string(mode->name)} : JsonValue{nullptr});
     s.json("sysmode_code", mode ? JsonValue{static_cast<long>(rec.sysmode)} : JsonValue{nullptr});
-    for (size_t i = 0; i < 5; ++i) s.json("value" + std::to_string(i + 1), static_cast<long>(values[i]));
+    for (size_t i = 0; i < 5; ++i)
+        s.json("value" + std::to_string(i + 1),
+               values[i] == kHcsqAbsent ? JsonValue{nullptr} : JsonValue{static_cast<long>(values[i])});
     // Every derived key in every mode, null where the mode has no such quantity: scripts see
     // the same keys whatever the modem is camped on.
     for (const Scale* key : kHcsqDerived) {
         JsonValue v{nullptr};
         for (size_t i = 0; mode != nullptr && i < mode->count; ++i) {
             const Scale& sc = mode->scales[i];
-            if (sc.json_key == key->json_key && values[i] != kHcsqUnknown)
+            if (sc.json_key == key->json_key && values[i] != kHcsqUnknown && values[i] != kHcsqAbsent)
                 v = Tenths{sc.base_tenths + sc.step_tenths * static_cast<long>(values[i])};
         }
         s.json(std::string(key->json_key), v);
@@ -143,7 +150,8 @@ void read_hcsq(Report& report) {
     for (size_t i = 0; i < mode->count; ++i)
         s.field(std::string(mode->scales[i].label), scaled_text(mode->scales[i], values[i]), true);
     if (mode->count == 0 && mode->mode != SYSMODE_SIG_NOSERVICE)
-        for (size_t i = 0; i < 5; ++i) s.field("value" + std::to_string(i + 1), std::to_string(values[i]));
+        for (size_t i = 0; i < 5; ++i)
+            if (values[i] != kHcsqAbsent) s.field("value" + std::to_string(i + 1), std::to_string(values[i]));
 }
 
 // ---- ^CERSSI ---------------------------------------------------------------------------------
