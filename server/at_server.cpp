@@ -46,7 +46,7 @@ constexpr int kWriteTimeoutMs = 2000;
 bool thread_alive(int32_t tid) {
     if (tid <= 0) return false;
     char path[32];
-    std::snprintf(path, sizeof path, "/proc/%d", static_cast<int>(tid));
+    if (ATS_SNPRINTF(path, sizeof path, sizeof path - 1, "/proc/%d", static_cast<int>(tid)) < 0) return false;
     return access(path, F_OK) == 0;
 }
 

@@ -16,4 +16,6 @@ if(TARGET atserver AND TARGET modemsim)
     # Each suite starts its own processes in its own run directory, but the machine is small.
     set_tests_properties(${t} PROPERTIES RUN_SERIAL ON)
   endforeach()
+  # Many client threads and the server's intake threads: part of the ThreadSanitizer run.
+  set_tests_properties(test_e2e_load PROPERTIES LABELS concurrency)
 endif()
