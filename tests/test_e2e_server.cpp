@@ -241,6 +241,30 @@ on AT\+CSQ
     EXPECT_LT(std::chrono::steady_clock::now() - t0, 2500ms);
 }
 
+TEST(E2eServer, AbortAllAnswersTheQueuedCommands) {
+    Stack s(R"(
+on AT
+on AT\+SLOW
+  delay 800
+  line +SLOW: done
+on AT\+CSQ
+  line +CSQ: 5,99
+)");
+    ASSERT_TRUE(s.start());
+    auto slow = std::async(std::launch::async, [] { return exchange("AT+SLOW", "+SLOW", 5); });
+    std::this_thread::sleep_for(150ms);
+    auto queued = std::async(std::launch::async, [] { return exchange("AT+CSQ", "+CSQ", 5); });
+    std::this_thread::sleep_for(150ms);
+    msg_q abort = request("", "", 2);
+    abort.req_type = AT_ABORT_ALL_REQ;
+    EXPECT_EQ(exchange(abort).ret_val, AT_CMD_OK);
+    EXPECT_EQ(queued.get().ret_val, AT_ABORTED);
+    // The command already at the modem runs to its end.
+    const Outcome o = slow.get();
+    EXPECT_EQ(o.ret_val, AT_CMD_OK);
+    EXPECT_EQ(o.report, "+SLOW: done");
+}
+
 TEST(E2eServer, BadRequestsGetAnErrorAndTheServerCarriesOn) {
     Stack s;
     ASSERT_TRUE(s.start());
