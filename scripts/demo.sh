@@ -9,16 +9,8 @@ set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${ATAPI_DEMO_BUILD:-$top/build-demo}
 
-packages=(cmake ninja-build g++ libsqlite3-dev)
-missing=()
-for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
-if [ ${#missing[@]} -gt 0 ]; then
-    echo "installing: ${missing[*]}"
-    sudo_cmd=""
-    [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
-    $sudo_cmd apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+source "$top/scripts/ensure_packages.sh"
+ensure_packages cmake ninja-build g++ libsqlite3-dev
 
 # Only the three programs: no tests, no benchmarks, so GoogleTest is not needed. A build
 # directory configured before keeps its own options.
