@@ -23,22 +23,25 @@ inline std::string shape(const AtCmdParse* tree) {
     return out;
 }
 
-// Owns a tree for the length of a test.
-struct Tree {
-    AtCmdParse* root = nullptr;
-    Tree() = default;
-    Tree(const Tree&) = delete;
-    Tree& operator=(const Tree&) = delete;
-    ~Tree() { free_at_cmd(root); }
-    AtCmdParse** slot() { return &root; }
-    std::string str() const { return shape(root); }
+// Fills the slot as the caller passed it; a failing parser must leave it as it was.
+inline AtCmdParse* const kUntouched = reinterpret_cast<AtCmdParse*>(0x8);
+
+struct Parsed {
+    int rc;
+    std::string tree;   // "" when the slot was left untouched
+    bool reply_kept;    // the reply text came back unchanged
+    bool slot_kept;     // the slot still holds kUntouched
 };
 
-// A writable copy of a reply, as the AT server's record would hold it.
-struct Buf {
-    std::string text;
-    explicit Buf(std::string s) : text(std::move(s)) {}
-    char* get() { return text.data(); }
-};
+// One parse of a writable copy of `reply`, as the AT server's record would hold it.
+inline Parsed parse(at_parse_func fn, const char* templ, const std::string& reply, const char* name) {
+    std::string buf = reply;
+    AtCmdParse* slot = kUntouched;
+    const int rc = fn(&slot, templ, buf.data(), const_cast<char*>(name));
+    const bool kept = slot == kUntouched;
+    Parsed p{rc, kept ? "" : shape(slot), buf == reply, kept};
+    if (!kept) free_at_cmd(slot);
+    return p;
+}
 
 }  // namespace parse_test
