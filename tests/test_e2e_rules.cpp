@@ -21,34 +21,19 @@ msg_q make(std::string_view cmd, std::string_view match = "", int32_t len = 0) {
 }  // namespace
 
 TEST(ServerLines, FinalResultCodes) {
-    struct Case {
-        const char* line;
-        int result;  // -100: not a final result
-    } cases[] = {
-        {"OK", AT_CMD_OK},
-        {"ERROR", AT_ERROR},
-        {"+CME ERROR: 10", AT_CME_ERROR},
-        {"+CME ERROR: SIM not inserted", AT_CME_ERROR},
-        {"+CMS ERROR: 321", AT_CMS_ERROR},
-        {"NO CARRIER", AT_NO_CARRIER},
-        {"NO ANSWER", AT_NO_ANSWER},
-        {"BUSY", AT_BUSY_R},
-        {"NO DIALTONE", AT_NO_DIALTONE_R},
-        {"CONNECT", AT_CONNECT_R},
-        {"CONNECT 150000000", AT_CONNECT_R},
-        {"COMMAND NOT SUPPORT", AT_CMD_NOT_SUPPORT},
-        {"TOO MANY PARAMETERS", AT_TOO_MANY_PARAMS},
-        {"OK ", AT_CMD_OK},
-        {"CONNECTED", -100},
-        {"OKAY", -100},
+    const std::pair<const char*, int> cases[] = {  // -100: not a final result
+        {"OK", AT_CMD_OK},                      {"OK ", AT_CMD_OK},
+        {"ERROR", AT_ERROR},                    {"ERRORS", -100},
+        {"+CME ERROR: 10", AT_CME_ERROR},       {"+CME ERROR: SIM not inserted", AT_CME_ERROR},
+        {"+CMS ERROR: 321", AT_CMS_ERROR},      {"+CME ERROR", -100},
+        {"NO CARRIER", AT_NO_CARRIER},          {"NO ANSWER", AT_NO_ANSWER},
+        {"BUSY", AT_BUSY_R},                    {"NO DIALTONE", AT_NO_DIALTONE_R},
+        {"CONNECT", AT_CONNECT_R},              {"CONNECT 150000000", AT_CONNECT_R},
+        {"CONNECTED", -100},                    {"OKAY", -100},
+        {"COMMAND NOT SUPPORT", AT_CMD_NOT_SUPPORT}, {"TOO MANY PARAMETERS", AT_TOO_MANY_PARAMS},
         {"+CSQ: 20,99", -100},
-        {"+CME ERROR", -100},
-        {"ERRORS", -100},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.line);
-        EXPECT_EQ(ats::final_result(c.line).value_or(-100), c.result);
-    }
+    for (const auto& [line, result] : cases) EXPECT_EQ(ats::final_result(line).value_or(-100), result) << line;
 }
 
 TEST(ServerLines, NamesAndWhoALineAnswers) {
@@ -58,12 +43,7 @@ TEST(ServerLines, NamesAndWhoALineAnswers) {
     EXPECT_EQ(ats::command_name("at^prefroam?"), "^PREFROAM");
     EXPECT_EQ(ats::command_name("AT+CMGS=24"), "+CMGS");
     EXPECT_EQ(ats::command_name("^APCONNST"), "");
-    struct Case {
-        const char* line;
-        const char* cmd;
-        const char* match;
-        bool answers;
-    } cases[] = {
+    struct Case { const char* line; const char* cmd; const char* match; bool answers; } cases[] = {
         {"+CREG: 0,1", "+CREG", "+CREG:", true},
         {"+creg: 0,1", "+CREG", "", true},
         {"^RSSI: 17", "+CSQ", "+CSQ", false},
@@ -80,11 +60,7 @@ TEST(ServerLines, NamesAndWhoALineAnswers) {
 }
 
 TEST(ServerLines, ReportTextTakesMatchingLinesAndTheirBodies) {
-    struct Case {
-        std::vector<std::string> info;
-        const char* match;
-        std::string report;
-    } cases[] = {
+    struct Case { std::vector<std::string> info; const char* match; std::string report; } cases[] = {
         {{"+CSQ: 20,99"}, "+CSQ", "+CSQ: 20,99"},
         {{"Manufacturer: X", "IMEI: 1"}, "", "Manufacturer: X\r\nIMEI: 1"},
         {{"Manufacturer: X", "IMEI: 1"}, "IMEI", "IMEI: 1"},
@@ -113,6 +89,7 @@ TEST(ServerLines, RequestsBecomeModemBytes) {
         std::string body;
     } cases[] = {
         {"plain", "AT+CSQ", 0, true, "AT+CSQ\r", ""},
+        {"bare AT", "AT", 0, true, "AT\r", ""},
         {"own terminator", "AT+CSQ\r", 0, true, "AT+CSQ\r", ""},
         {"body to Ctrl-Z", std::string("AT+CMGS=3\r0011\x1a" "junk"), 0, true, "AT+CMGS=3\r", "0011\x1a"},
         {"body to NUL", "AT+CMGS=3\r0011", 0, true, "AT+CMGS=3\r", "0011\x1a"},
@@ -133,16 +110,10 @@ TEST(ServerLines, RequestsBecomeModemBytes) {
         EXPECT_EQ(got->line, c.line);
         EXPECT_EQ(got->body, c.body);
     }
-    const auto empty = ats::decode_request(make(""), nullptr);
-    ASSERT_TRUE(empty);
-    EXPECT_TRUE(empty->empty);
-    const auto bare = ats::decode_request(make("^APCONNST"), nullptr);
-    ASSERT_TRUE(bare);
-    EXPECT_TRUE(bare->bare);
-    const auto at = ats::decode_request(make("AT"), nullptr);
-    ASSERT_TRUE(at);
-    EXPECT_FALSE(at->bare);
-    EXPECT_EQ(at->line, "AT\r");
+    // value() throws, and the test fails, when a request is refused.
+    EXPECT_TRUE(ats::decode_request(make(""), nullptr).value().empty);
+    EXPECT_TRUE(ats::decode_request(make("^APCONNST"), nullptr).value().bare);
+    EXPECT_FALSE(ats::decode_request(make("AT"), nullptr).value().bare);
 }
 
 TEST(ServerLines, GarbageBytesAreDropped) {
@@ -163,10 +134,7 @@ TEST(ServerLines, ReportNamesComeFromTheLibraryTable) {
 // ---- simulator ------------------------------------------------------------------------------
 
 TEST(SimScenario, MalformedFilesAreRefusedWithTheirLine) {
-    struct Case {
-        const char* text;
-        const char* error;
-    } cases[] = {
+    struct Case { const char* text; const char* error; } cases[] = {
         {"on AT(\n", "line 1: bad pattern"},
         {"line OK\n", "line 1: \"line\" outside a rule"},
         {"on AT\n  frobnicate\n", "line 2: unknown word"},
@@ -264,9 +232,4 @@ on AT\+DEL=(\d+)
     EXPECT_TRUE(e.echo());
     EXPECT_EQ(e.command("ATE0").final, "OK");
     EXPECT_FALSE(e.echo());
-}
-
-TEST(SimScenario, DefaultScenarioLoads) {
-    std::string error;
-    EXPECT_TRUE(sim::Scenario::load(SCENARIO_DIR "/default.scn", &error)) << error;
 }

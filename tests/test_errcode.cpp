@@ -69,11 +69,7 @@ TEST(ErrorStrToId, VerboseAndNumericFormsAgree) {
 }
 
 TEST(ErrorTables, Decoders) {
-    struct Case {
-        const char* text;
-        int rc;
-        int cme;
-    } cme[] = {
+    struct Case { const char* text; int rc; int cme; } cme[] = {
         {"10", 0, DSAT_CME_SIM_NOT_INSERTED},
         {"SIM PIN2 required", 0, DSAT_CME_SIM_PIN2_REQUIRED},
         {"Call state error", 0, 65281},  // a vendor text

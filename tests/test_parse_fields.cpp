@@ -26,13 +26,7 @@ int fields(const AtCmdParse* row) {
 TEST(CommonParse, BuildsTree) {
     std::string many_tree = "a=0,b=1";
     for (int i = 2; i < 129; ++i) many_tree += ",~=" + std::to_string(i);
-    struct Case {
-        const char* templ;
-        std::string reply;
-        const char* name;
-        int rc;
-        std::string tree;
-    } cases[] = {
+    struct Case { const char* templ; std::string reply; const char* name; int rc; std::string tree; } cases[] = {
         {"+CSQ:rssi,ber", "+CSQ: 23,99", "+CSQ", 0, "rssi=23,ber=99"},
         {"+CREG:n,stat,lac,ci,act", "+CREG: 0,1", "+CREG", 0, "n=0,stat=1,lac=~,ci=~,act=~"},
         {"+CSQ:rssi,ber", "+CSQ: 23,99,5", "+CSQ", 0, "rssi=23,ber=99,~=5"},
@@ -73,12 +67,7 @@ TEST(CommonParse, BuildsTree) {
 }
 
 TEST(SoftStr, FirmwareVersion) {
-    struct Case {
-        const char* templ;
-        const char* reply;
-        int rc;
-        const char* tree;
-    } cases[] = {
+    struct Case { const char* templ; const char* reply; int rc; const char* tree; } cases[] = {
         {"246.subsoftversion", "+CGMR: 11.608.13.02.00", 0, "subsoftversion=608.13.02.00"},
         {"246.subsoftversion", "+CGMR: 11", -2, ""},
         {"246", "+CGMR: 11.6", -2, ""},
@@ -95,11 +84,7 @@ TEST(SoftStr, FirmwareVersion) {
 }
 
 TEST(Sequence, ExpandsRanges) {
-    struct Case {
-        const char* text;
-        int rc;
-        const char* tree;
-    } cases[] = {
+    struct Case { const char* text; int rc; const char* tree; } cases[] = {
         {"1-3", 0, "~=1,~=2,~=3"}, {" 0 - 2 ", 0, "~=0,~=1,~=2"}, {"3-1", 0, ""},
         {"5-5", 0, "~=5"},         {"7", -2, ""},                  {"0-99999999999", -2, ""},
     };

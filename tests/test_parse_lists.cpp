@@ -128,11 +128,7 @@ TEST(ListParse, NullArgumentsAreRefused) {
 // a code in range, leave the slot alone on failure and never touch memory it does not own (the
 // sanitizer build catches that).
 TEST(HostileReplies, EveryParserSurvives) {
-    struct Parser {
-        at_parse_func fn;
-        const char* templ;
-        std::string name;
-    } parsers[] = {
+    struct Parser { at_parse_func fn; const char* templ; std::string name; } parsers[] = {
         {parse_common_at_str, "+CSQ:rssi,ber", "+CSQ"},        {parse_soft_str, "246.subsoftversion", "+CGMR"},
         {parse_cops_at_str, kCops, "+COPS"},                   {parse_syscfg_at_str, kSyscfg, "^SYSCFG"},
         {parse_syscfgex_at_str, kSyscfgex, "^SYSCFGEX"},       {parse_sms_media, kCpms, "+CPMS"},

@@ -9,11 +9,7 @@
 namespace {
 
 TEST(Utils, SplitSpace) {
-    struct Case {
-        const char* in;
-        char key;
-        const char* out;
-    } cases[] = {
+    struct Case { const char* in; char key; const char* out; } cases[] = {
         {"  a b  ", ' ', "a b"}, {"\"\"", '"', ""}, {"   ", ' ', ""}, {"", ' ', ""},
         {"xax", 'x', "a"},       {"a", ' ', "a"},  {"\"a\"b\"", '"', "a\"b"},
     };
@@ -101,12 +97,7 @@ TEST(Utils, NumbersAndComparisons) {
     EXPECT_EQ(safe_atoi("99\r\n"), 99);
     EXPECT_EQ(safe_atol(nullptr), 0);
     EXPECT_EQ(safe_atol("4294967296"), 4294967296L);
-    struct Case {
-        const char* a;
-        const char* b;
-        size_t n;
-        int sign;
-    } cases[] = {
+    struct Case { const char* a; const char* b; size_t n; int sign; } cases[] = {
         {"ABC", "abd", 2, 0}, {"ABC", "abd", 3, -1}, {"abc", "ABC", 10, 0}, {"b", "a", 0, 1},
         {"ab", "ax", 0, 0},   {"", "a", 5, -1},      {nullptr, "x", 3, 0},  {"x", nullptr, 3, 0},
     };

@@ -12,7 +12,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 namespace e2e {
@@ -24,10 +23,7 @@ bool Child::spawn(const std::vector<std::string>& argv, bool quiet) {
     const pid_t pid = fork();
     if (pid < 0) return false;
     if (pid == 0) {
-        if (quiet) {
-            const int null = open("/dev/null", O_WRONLY);
-            dup2(null, 1);
-        }
+        if (quiet) dup2(open("/dev/null", O_WRONLY), 1);
         execv(args[0], args.data());
         _exit(127);
     }
@@ -41,19 +37,15 @@ void Child::signal(int sig) const {
 
 bool Child::wait_exit(std::chrono::milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    while (pid_ > 0) {
-        if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
-            pid_ = -1;
-            return true;
-        }
+    while (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) != pid_) {
         if (std::chrono::steady_clock::now() >= end) return false;
         std::this_thread::sleep_for(5ms);
     }
+    pid_ = -1;
     return true;
 }
 
 void Child::stop() {
-    if (pid_ <= 0) return;
     signal(SIGTERM);
     if (!wait_exit(3s)) {
         signal(SIGKILL);
@@ -68,9 +60,9 @@ msg_q request(std::string_view cmd, std::string_view match, int time_out) {
     m.rsp_type = DIRECT_BACK;
     m.at_mutil = AT_RES_ONE;
     m.time_out = time_out;
-    std::memcpy(m.snd_rcv_msg.smsg.at_cmd_str, cmd.data(), std::min(cmd.size(), sizeof m.snd_rcv_msg.smsg.at_cmd_str));
-    std::memcpy(m.snd_rcv_msg.smsg.at_match_ok_str, match.data(),
-                std::min(match.size(), sizeof m.snd_rcv_msg.smsg.at_match_ok_str - 1));
+    req_msg& s = m.snd_rcv_msg.smsg;
+    std::memcpy(s.at_cmd_str, cmd.data(), std::min(cmd.size(), sizeof s.at_cmd_str));
+    std::memcpy(s.at_match_ok_str, match.data(), std::min(match.size(), sizeof s.at_match_ok_str - 1));
     return m;
 }
 
@@ -83,7 +75,6 @@ Outcome exchange(msg_q& req) {
         o.report.assign(r.at_report_str, strnlen(r.at_report_str, sizeof r.at_report_str));
         o.match.assign(r.at_match_str, strnlen(r.at_match_str, sizeof r.at_match_str));
     }
-    o.seq = req.seq;
     return o;
 }
 
@@ -97,12 +88,8 @@ Stack::Stack(std::string_view scenario) {
     dir_ = mkdtemp(tmpl);
     link_ = dir_ + "/modem";
     setenv("ATAPI_RUN_DIR", dir_.c_str(), 1);
-    if (scenario.empty()) {
-        scenario_ = std::string(SCENARIO_DIR) + "/default.scn";
-    } else {
-        scenario_ = dir_ + "/test.scn";
-        std::ofstream(scenario_) << scenario;
-    }
+    scenario_ = scenario.empty() ? std::string(SCENARIO_DIR) + "/default.scn" : dir_ + "/test.scn";
+    if (!scenario.empty()) std::ofstream(scenario_) << scenario;
 }
 
 Stack::~Stack() {
@@ -114,35 +101,21 @@ Stack::~Stack() {
 
 bool Stack::start_sim() {
     if (!sim.spawn({MODEMSIM_BIN, "--scenario", scenario_, "--link", link_}, true)) return false;
-    for (int i = 0; i < 300; ++i) {
-        struct stat st {};
-        if (stat(link_.c_str(), &st) == 0) return true;  // the link resolves to the live terminal
-        std::this_thread::sleep_for(10ms);
-    }
-    return false;
+    struct stat st {};
+    for (int i = 0; i < 300 && stat(link_.c_str(), &st) != 0; ++i) std::this_thread::sleep_for(10ms);
+    return stat(link_.c_str(), &st) == 0;  // the link resolves to the live terminal
 }
 
-bool Stack::start_server() {
-    return server.spawn({ATSERVER_BIN, "--device", link_, "--foreground"}, false);
-}
+bool Stack::start_server() { return server.spawn({ATSERVER_BIN, "--device", link_, "--foreground"}, false); }
 
 bool Stack::serving(std::chrono::milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < end) {
-        if (ATS_get_msgQ_id(ATS_QUEUE_ID_RECV) != -1 && ATS_task_name_to_id("atserver") == server.pid()) {
-            const Outcome o = exchange("AT", "", 1);
-            if (o.rc == 0 && o.ret_val == AT_CMD_OK) return true;
-        }
-        std::this_thread::sleep_for(20ms);
+    for (; std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(20ms)) {
+        if (ATS_get_msgQ_id(ATS_QUEUE_ID_RECV) == -1 || ATS_task_name_to_id("atserver") != server.pid()) continue;
+        const Outcome o = exchange("AT", "", 1);
+        if (o.rc == 0 && o.ret_val == AT_CMD_OK) return true;
     }
     return false;
-}
-
-std::string read_file(const std::string& path) {
-    std::ifstream f(path);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
 }
 
 }  // namespace e2e

@@ -25,23 +25,19 @@ public:
 
     bool spawn(const std::vector<std::string>& argv, bool quiet);
     void signal(int sig) const;
-    // True when the child exited within `limit` (reaped).
-    bool wait_exit(std::chrono::milliseconds limit);
+    bool wait_exit(std::chrono::milliseconds limit);  // true when it exited and was reaped
     void stop();
     pid_t pid() const { return pid_; }
-    bool running() const { return pid_ > 0; }
 
 private:
     pid_t pid_ = -1;
 };
 
-// One outcome of GetDataFromAtServer.
+// One outcome of GetDataFromAtServer; ret_val, report and match only when rc is 0.
 struct Outcome {
-    int rc = -2;          // GetDataFromAtServer's result
-    int ret_val = -100;   // rmsg.ret_val when rc is 0
-    std::string report;
-    std::string match;
-    uint32_t seq = 0;
+    int rc = -2;
+    int ret_val = -100;
+    std::string report, match;
 };
 
 // A request record as the command functions fill it, from the calling thread.
@@ -58,21 +54,17 @@ public:
 
     bool start_sim();
     bool start_server();
-    // Waits until the server answers a plain "AT".
-    bool serving(std::chrono::milliseconds limit = 5s);
+    bool serving(std::chrono::milliseconds limit = 5s);  // the server answers a plain "AT"
     bool start() { return start_sim() && start_server() && serving(); }
 
     const std::string& dir() const { return dir_; }
     const std::string& device() const { return link_; }
     std::string pid_file() const { return dir_ + "/pidfile/atserver.pid"; }
 
-    Child sim;
-    Child server;
+    Child sim, server;
 
 private:
     std::string dir_, link_, scenario_;
 };
-
-std::string read_file(const std::string& path);
 
 }  // namespace e2e
