@@ -77,14 +77,9 @@ TEST(Frame, ErrorRepliesMapIntoTheResultField) {
     // what, reply, return of map_error, the result field afterwards
     const std::tuple<const char*, Reply, int, int> cases[] = {
         {"CME by number",        cme("+CME ERROR: 10"),              0, AT_CMD_RES_SIM_FAIL},
-        {"CME by text",          cme("+CME ERROR: SIM PUK required"), 0, AT_CMD_RES_PUK_REQ},
-        {"CME not in the table", cme("+CME ERROR: 3"),               0, AT_CMD_RES_BUSY},
         {"CMS",                  cms("+CMS ERROR: 311"),             0, AT_CMD_RES_PIN_REQ},
-        {"CME without a colon",  cme("+CME ERROR"),                  0, AT_CMD_RES_AMSS_MAX},
         {"plain ERROR",          result(AT_ERROR, "ERROR"),         -1, kS},
         {"timeout",              result(AT_CMD_TIMEOUT),            -1, kS},
-        {"device down",          result(AT_DEVICE_DOWN),            -1, kS},
-        {"no carrier",           result(AT_NO_CARRIER),             -1, kS},
     };
     FakeAtServer ats;
     for (const auto& [what, reply, rc, exe] : cases) {
@@ -103,7 +98,6 @@ TEST(Frame, ErrorRepliesMapIntoTheResultField) {
 TEST(Frame, WalkingAParseTree) {
     // what, handler row, reply; per row, name=value of each field with a value ("-" for no name)
     const std::tuple<const char*, const char*, const char*, std::vector<std::vector<std::string>>> cases[] = {
-        {"one row", "+CSQ", "+CSQ: 23,99", {{"rssi=23", "ber=99"}}},
         {"extra value has no name", "+CSQ", "+CSQ: 23,99,5", {{"rssi=23", "ber=99", "-=5"}}},
         {"names without values are passed over", "+CREG", "+CREG: 0,1", {{"n=0", "stat=1"}}},
         {"empty first value is a value", "+CREG", "+CREG: ,5", {{"n=", "stat=5"}}},
@@ -141,7 +135,6 @@ TEST(Frame, FailedParsesOwnNothing) {
         ASSERT_EQ(req.exchange(), 0);
         ParseTree tree = req.parse(name, AT_FUNCTION_NETWORK_CFG, op);
         EXPECT_FALSE(tree);
-        EXPECT_EQ(tree.head(), nullptr);
         EXPECT_FALSE(tree.rows().begin() != tree.rows().end());
     }
 }

@@ -2,7 +2,6 @@
 // server and the configuration store of the fake server's run directory.
 #include <sys/wait.h>
 
-#include <array>
 #include <cstdlib>
 #include <tuple>
 
@@ -26,7 +25,7 @@ std::string sysinfoex(const SysinfoEx& r) {
 
 // ---- Query halves --------------------------------------------------------------------------------
 
-TEST(Registration, CregQuery) {
+TEST(Registration, RegistrationQueries) {
     run<LacCellid>({"AT+CREG?", "+CREG:", 30}, [](LacCellid* r) { return AT_Creg(AT_CHECK_VALUE, r); },
                    [](auto& r) { return fields(r.n, r.stat, r.lac, r.ci, r.act); }, {
         {"all five",          ok("+CREG: 2,1,\"25F0\",\"0C1A2B3\",7"), 0, "2,1,25F0,0C1A2B3,7", kOk},
@@ -39,9 +38,6 @@ TEST(Registration, CregQuery) {
         {"plain error",       result(AT_ERROR),      -1, ""},
         {"unparsable",        ok("nothing"),         -1, ""},
     });
-}
-
-TEST(Registration, CgregQuery) {
     run<CgregRsp>({"AT+CGREG?", "+CGREG:", 30}, [](CgregRsp* r) { return AT_Cgreg(AT_CHECK_VALUE, r); },
                   [](auto& r) { return fields(r.ReportMode, r.ReportState, r.LacCode, r.CellID, r.act); }, {
         {"all five",         ok("+CGREG: 1,5,\"A1B2\",\"00FF\",2"), 0, "1,5,A1B2,00FF,2", kOk},
@@ -49,18 +45,15 @@ TEST(Registration, CgregQuery) {
         {"no carrier",       result(AT_NO_CARRIER),               -1, ""},
         {"unparsable",       ok("nothing"),                       -1, ""},
     });
-}
-
-TEST(Registration, CeregQueryIgnoresAccessTechnology) {
     run<CeregRsp>({"AT+CEREG?", "+CEREG:", 30}, [](CeregRsp* r) { return AT_Cereg(AT_CHECK_VALUE, r); },
                   [](auto& r) { return fields(r.ReportMode, r.ReportState, r.LacCode, r.CellID); }, {
-        {"with act",         ok("+CEREG: 2,1,\"1A2B\",\"01A2B3C4\",7"), 0, "2,1,1A2B,01A2B3C4", kOk},
+        {"act ignored",      ok("+CEREG: 2,1,\"1A2B\",\"01A2B3C4\",7"), 0, "2,1,1A2B,01A2B3C4", kOk},
         {"CMS error mapped", cms("+CMS ERROR: 311"),                   0, "?,?,?,?", AT_CMD_RES_PIN_REQ},
         {"plain error",      result(AT_ERROR),                        -1, ""},
     });
 }
 
-TEST(Registration, CgattQuery) {
+TEST(Registration, AttachQueries) {
     run<PsAttatch>({"AT+CGATT?", "+CGATT:", 30}, [](PsAttatch* r) { return AT_Cgatt(AT_CHECK_VALUE, r); },
                    [](auto& r) { return fields(r.state); }, {
         {"attached",         ok("+CGATT: 1"),       0, "1", kOk},
@@ -68,9 +61,6 @@ TEST(Registration, CgattQuery) {
         {"CME error mapped", cme("+CME ERROR: 10"), 0, "?", AT_CMD_RES_SIM_FAIL},
         {"plain error",      result(AT_ERROR),     -1, ""},
     });
-}
-
-TEST(Registration, CgcattQuery) {
     // The set inputs state and mode stay as they were.
     run<AttatchInfo>({"AT^CGCATT?", "^CGCATT:", 30}, [](AttatchInfo* r) { return AT_Cgcatt(AT_CHECK_VALUE, r); },
                      [](auto& r) { return fields(r.state, r.mode, r.psState, r.csState); }, {
@@ -98,15 +88,12 @@ TEST(Registration, Cellroam) {
     });
 }
 
-TEST(Registration, SysinfoCommand) {
+TEST(Registration, SysinfoCommands) {
     run<StSysinfo>({"AT^SYSINFO", "^SYSINFO", 30}, AT_SysinfoCommand, sysinfo, {
         {"seven values",         ok("^SYSINFO: 2,3,0,5,1,0,7"), 0, "2,3,0,5,1,0,7", kOk},
         {"CME error not mapped", cme("+CME ERROR: 10"),        -1, ""},
         {"unparsable",           ok("nothing"),                -1, ""},
     });
-}
-
-TEST(Registration, SysinfoexCommand) {
     run<SysinfoEx>({"AT^SYSINFOEX", "", 30}, AT_SysinfoexCommand, sysinfoex, {
         {"nine values", ok("^SYSINFOEX: 2,3,0,1,0,6,\"LTE\",101,\"LTE FDD\""), 0, "2,3,0,1,0,6,LTE,101,LTE FDD", kOk},
         {"long name cut to 19", ok("^SYSINFOEX: 2,3,0,1,0,6,\"ABCDEFGHIJKLMNOPQRSTUVWXYZ\",1,\"x\""),
@@ -239,17 +226,6 @@ TEST(Registration, ServerGone) {
 constexpr uint32_t kZeroKeys[ATP_CFG_KEY_COUNT] = {0, 0, 0, 0, 0, 0};
 constexpr uint32_t kNumSlots[] = {0, 1, 2, 3, 4, 5, 7};
 
-// Stores slots 0 to 5 and 7 in that order, the two names empty.
-void store(const std::array<uint32_t, 7>& num) {
-    ATP_CFG_OBJ* obj = nullptr;
-    ASSERT_EQ(QMX_DBGetObj(kZeroKeys, ATP_CFG_OID_SYSINFO, 0, &obj), 0u);
-    for (size_t i = 0; i < num.size(); ++i) ASSERT_EQ(QMX_CFM_SetObjU32Value(obj, kNumSlots[i], num[i]), 0u);
-    ASSERT_EQ(QMX_CFM_SetObjStrValue(obj, 6, ""), 0u);
-    ASSERT_EQ(QMX_CFM_SetObjStrValue(obj, 8, ""), 0u);
-    ASSERT_EQ(QMX_DBSetObj(obj), 0u);
-    QMX_CFM_FreeObj(obj);
-}
-
 // Slots 0 to 5 and 7, then the two names.
 std::string stored() {
     ATP_CFG_OBJ* obj = nullptr;
@@ -322,7 +298,9 @@ TEST(SysinfoCache, VoiceTranslation) {
     FakeAtServer ats;
     for (const auto& [slot5, plain, voice] : rows) {
         SCOPED_TRACE(slot5);
-        store({2, 1, 0, 1, 0, uint32_t(slot5), 4});
+        SysinfoEx e{};
+        e.SrvStatus = 2, e.SysMode = slot5, e.SubMode = 4;
+        SetSysinfoexToDB(&e);
         StSysinfo p = sentinel<StSysinfo>(), v = sentinel<StSysinfo>();
         clear_traces();
         ASSERT_EQ(AT_SysInfo(&p), 0);
