@@ -11,36 +11,27 @@
 using namespace e2e;
 
 TEST(E2eLoad, SixtyFourThreadsEachGetTheirOwnReplies) {
-    Stack s(R"(
-on AT
-on AT\+ECHO=(\d+),(\d+)
-  line +ECHO: $1,$2
-)");
+    Stack s("on AT\non AT\\+ECHO=(\\d+),(\\d+)\n  line +ECHO: $1,$2\n");
     ASSERT_TRUE(s.start());
     const int reply_q = ATS_get_msgQ_id(ATS_QUEUE_ID_SEND);
     ASSERT_NE(reply_q, -1);
 
-    constexpr int kThreads = 64, kCalls = 100;
     std::atomic<int> failed_calls{0}, wrong_replies{0}, max_waiting{0};
     std::atomic<bool> done{false};
     std::thread watch([&] {
-        while (!done) {
-            const int n = ATS_msgQ_num(reply_q);
-            if (n > max_waiting) max_waiting = n;
-            std::this_thread::sleep_for(1ms);
-        }
+        for (; !done; std::this_thread::sleep_for(1ms)) max_waiting = std::max<int>(max_waiting, ATS_msgQ_num(reply_q));
     });
     atapi_test::clear_traces();
     std::vector<std::thread> clients;
-    for (int t = 0; t < kThreads; ++t) {
+    for (int t = 0; t < 64; ++t) {
         clients.emplace_back([&, t] {
-            for (int i = 0; i < kCalls; ++i) {
+            for (int i = 0; i < 100; ++i) {
                 // Each reply names its thread and call, so a reply delivered to the wrong
                 // thread, or an old one, shows.
-                const std::string cmd = "AT+ECHO=" + std::to_string(t) + "," + std::to_string(i);
-                const Outcome o = exchange(cmd, "+ECHO", 30);
+                const std::string args = std::to_string(t) + "," + std::to_string(i);
+                const Outcome o = exchange("AT+ECHO=" + args, "+ECHO", 30);
                 if (o.rc != 0 || o.ret_val != AT_CMD_OK) ++failed_calls;
-                else if (o.report != "+ECHO: " + std::to_string(t) + "," + std::to_string(i)) ++wrong_replies;
+                else if (o.report != "+ECHO: " + args) ++wrong_replies;
             }
         });
     }

@@ -46,9 +46,12 @@ bool exists(const std::string& path) {
 
 }  // namespace
 
+// The default scenario end to end: replies, final results, message bodies after the prompt, the
+// SIM's PIN and PUK counters, and the command functions' records.
 TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
     Stack s;
     ASSERT_TRUE(s.start());
+#define PDU "0011000D91683187654321F00000AA0AE8329BFD4697D9EC37"
     run_rows({
         // command                 match        result          report
         {"AT+CSQ",                 "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},
@@ -66,7 +69,39 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
         {"AT+CSQ\r",               "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // one terminator, not two
         {"ATE0",                   "",          AT_CMD_OK,      ""},
         {"AT+CSQ",                 "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // and without echo
+        // A body goes after the prompt, up to Ctrl-Z or, without one, the first NUL.
+        {"AT+CMGW=24,2\r" PDU "\x1aGARBAGE", "+CMGW:", AT_CMD_OK, "+CMGW: 2"},
+        {"AT+CMGS=24\r" PDU,       "+CMGS:",    AT_CMD_OK,      "+CMGS: 1"},
+        {"AT+CMGR=2",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 2,,24\r\n" PDU},
+        {"AT+CMGD=2,0",            "",          AT_CMD_OK,      ""},
+        {"AT+CMGD=?",              "+CMGD:",    AT_CMD_OK,      "+CMGD: (0,1),(0-4)"},
+        {"AT+CMGD=0,4",            "",          AT_CMD_OK,      ""},
+        {"AT+CMGD=?",              "+CMGD:",    AT_CMD_OK,      "+CMGD: (),(0-4)"},
+        // Three wrong PINs ask for the PUK; a wrong PUK counts down; the right one recovers.
+        {"AT+CFUN=1,1",            "",          AT_CMD_OK,      ""},
+        {"AT+CPIN?",               "+CPIN",     AT_CMD_OK,      "+CPIN: SIM PIN"},
+        {"AT+CPIN=1111",           "+CPIN",     AT_CME_ERROR,   "+CME ERROR: 16"},
+        {"AT^CPIN?",               "^CPIN",     AT_CMD_OK,      "^CPIN: SIM PIN,2,10,2,10,3"},
+        {"AT^CPIN=\"2222\"",       "^CPIN",     AT_CME_ERROR,   "+CME ERROR: 16"},
+        {"AT+CPIN=3333",           "+CPIN",     AT_CME_ERROR,   "+CME ERROR: 16"},
+        {"AT+CPIN?",               "+CPIN",     AT_CMD_OK,      "+CPIN: SIM PUK"},
+        {"AT+CPIN=1234",           "+CPIN",     AT_CME_ERROR,   "+CME ERROR: 3"},   // the PIN no longer helps
+        {"AT+CPIN=87654321,4321",  "+CPIN",     AT_CME_ERROR,   "+CME ERROR: 16"},
+        {"AT^CPIN?",               "^CPIN",     AT_CMD_OK,      "^CPIN: SIM PUK,9,9,0,10,3"},
+        {"AT+CPIN=12345678,4321",  "+CPIN",     AT_CMD_OK,      ""},
+        {"AT+CPIN?",               "+CPIN",     AT_CMD_OK,      "+CPIN: READY"},
+        {"AT+CLCK=\"SC\", 2",      "+CLCK",     AT_CMD_OK,      "+CLCK: 1"},
+        {"AT+CLCK=\"SC\",0,\"4321\"", "+CLCK",  AT_CMD_OK,      ""},
+        {"AT+CLCK=\"SC\", 2",      "+CLCK",     AT_CMD_OK,      "+CLCK: 0"},
     });
+#undef PDU
+    // A len on a body command bounds the body.
+    msg_q m = request("AT+CMGW=24,3\r0011TAIL", "+CMGW:");
+    m.snd_rcv_msg.smsg.len = 17;
+    const std::string stored = exchange(m).report;
+    ASSERT_EQ(stored.rfind("+CMGW: ", 0), 0u) << stored;
+    EXPECT_EQ(exchange("AT+CMGR=" + stored.substr(7), "+CMGR:").report, "+CMGR: 3,,24\r\n0011");
+
     // The command functions parse what the modem says, and a set it keeps shows in the next read.
     AT_CSQ_ST csq{};
     ASSERT_EQ(AT_Csq(&csq), 0);
@@ -82,63 +117,12 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
     EXPECT_STREQ(reg.lac, "2513");
     EXPECT_STREQ(reg.ci, "0C4E5F01");
     EXPECT_STREQ(reg.act, "7");
-    AttatchInfo att{};
-    att.state = 0;
-    att.mode = 1;
-    ASSERT_EQ(AT_Cgcatt(1, &att), 0);  // detach
-    att = {};
-    ASSERT_EQ(AT_Cgcatt(0, &att), 0);
-    EXPECT_EQ(att.psState, 0);
-    EXPECT_EQ(att.csState, 1);
     SysinfoEx sx{};
     ASSERT_EQ(AT_SysinfoexCommand(&sx), 0);
     EXPECT_EQ(sx.SrvStatus, 2);
     EXPECT_EQ(sx.SysMode, 6);
     EXPECT_STREQ(sx.SysModeName, "LTE");
     EXPECT_EQ(sx.SubMode, 101);
-}
-
-TEST(E2eServer, MessageBodyFollowsThePromptAndIsStored) {
-    Stack s;
-    ASSERT_TRUE(s.start());
-    const std::string pdu = "0011000D91683187654321F00000AA0AE8329BFD4697D9EC37";
-    // The body ends at Ctrl-Z, what follows is not sent; without Ctrl-Z it ends at the first NUL
-    // and the server supplies the Ctrl-Z; a len on a body command bounds it.
-    EXPECT_EQ(exchange("AT+CMGW=24,2\r" + pdu + "\x1a" + "GARBAGE", "+CMGW:").report, "+CMGW: 2");
-    EXPECT_EQ(exchange("AT+CMGW=24,3\r" + pdu, "+CMGW:").report, "+CMGW: 3");
-    msg_q m = request("AT+CMGS=24\r" + pdu + "TAIL", "+CMGS:");
-    m.snd_rcv_msg.smsg.len = static_cast<int32_t>(std::string("AT+CMGS=24\r").size() + pdu.size());
-    EXPECT_EQ(exchange(m).report, "+CMGS: 1");
-    run_rows({
-        {"AT+CMGR=2",   "+CMGR:", AT_CMD_OK, "+CMGR: 2,,24\r\n0011000D91683187654321F00000AA0AE8329BFD4697D9EC37"},
-        {"AT+CMGD=?",   "+CMGD:", AT_CMD_OK, "+CMGD: (0,1,2,3),(0-4)"},
-        {"AT+CMGD=2,0", "",       AT_CMD_OK, ""},
-        {"AT+CMGD=?",   "+CMGD:", AT_CMD_OK, "+CMGD: (0,1,3),(0-4)"},
-        {"AT+CMGD=0,4", "",       AT_CMD_OK, ""},
-        {"AT+CMGD=?",   "+CMGD:", AT_CMD_OK, "+CMGD: (),(0-4)"},
-    });
-}
-
-TEST(E2eServer, PinAndPukCountersRunDownAndRecover) {
-    Stack s;
-    ASSERT_TRUE(s.start());
-    run_rows({
-        {"AT+CFUN=1,1",           "",       AT_CMD_OK,    ""},
-        {"AT+CPIN?",              "+CPIN",  AT_CMD_OK,    "+CPIN: SIM PIN"},
-        {"AT+CPIN=1111",          "+CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
-        {"AT^CPIN?",              "^CPIN",  AT_CMD_OK,    "^CPIN: SIM PIN,2,10,2,10,3"},
-        {"AT^CPIN=\"2222\"",      "^CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
-        {"AT+CPIN=3333",          "+CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
-        {"AT+CPIN?",              "+CPIN",  AT_CMD_OK,    "+CPIN: SIM PUK"},
-        {"AT+CPIN=1234",          "+CPIN",  AT_CME_ERROR, "+CME ERROR: 3"},   // the PIN no longer helps
-        {"AT+CPIN=87654321,4321", "+CPIN",  AT_CME_ERROR, "+CME ERROR: 16"},
-        {"AT^CPIN?",              "^CPIN",  AT_CMD_OK,    "^CPIN: SIM PUK,9,9,0,10,3"},
-        {"AT+CPIN=12345678,4321", "+CPIN",  AT_CMD_OK,    ""},
-        {"AT+CPIN?",              "+CPIN",  AT_CMD_OK,    "+CPIN: READY"},
-        {"AT+CLCK=\"SC\", 2",     "+CLCK",  AT_CMD_OK,    "+CLCK: 1"},
-        {"AT+CLCK=\"SC\",0,\"4321\"", "+CLCK", AT_CMD_OK, ""},
-        {"AT+CLCK=\"SC\", 2",     "+CLCK",  AT_CMD_OK,    "+CLCK: 0"},
-    });
 }
 
 TEST(E2eServer, UnsolicitedLinesAreKeptApartFromReplies) {

@@ -28,18 +28,12 @@ constexpr const char* kEons = "^EONS:type,plmn_id,plmn_long,plmn_short,spn_cond,
 
 const std::string kTail = " | mode=~,mode_0=0,mode_1=1,mode_2=2,mode_3=3,mode_4=4 | format=~,format_0=0,format_1=1,format_2=2";
 
-// Five operators: more than a row array sized for the usual two or three.
-std::string operators(bool tree) {
-    std::string s = tree ? "" : "+COPS: ";
-    for (char i = '0'; i < '5'; ++i) {
-        s += tree ? std::string("option=~,stat=1,long_oper=Op") + i + ",short_oper=O,numeric_oper=4600" + i + ",rat=7" +
-                        (i < '4' ? " | " : "")
-                  : std::string("(1,\"Op") + i + "\",\"O\",\"4600" + i + "\",7),";
-    }
-    return tree ? s + kTail : s + ",(0,1,2,3,4),(0,1,2)\r\n";
-}
-
 TEST(ListParse, BuildsTreesAndRefusesBrokenReplies) {
+    std::string five = "+COPS: ", five_tree;  // more operators than the usual two or three
+    for (char i = '0'; i < '5'; ++i) {
+        five += std::string("(1,\"Op") + i + "\",\"O\",\"4600" + i + "\",7),";
+        five_tree += std::string("option=~,stat=1,long_oper=Op") + i + ",short_oper=O,numeric_oper=4600" + i + ",rat=7 | ";
+    }
     struct Case {
         at_parse_func fn;
         const char* templ;
@@ -52,7 +46,7 @@ TEST(ListParse, BuildsTreesAndRefusesBrokenReplies) {
          "+COPS: (2,\"CHINA MOBILE\",\"CMCC\",\"46000\",7),(1,\"UNI(COM)\",\"UNI\",\"46001\",2),,(0,1,2,3,4),(0,1,2)", 0,
          "option=~,stat=2,long_oper=CHINA MOBILE,short_oper=CMCC,numeric_oper=46000,rat=7 | "
          "option=~,stat=1,long_oper=UNI(COM),short_oper=UNI,numeric_oper=46001,rat=2" + kTail},
-        {parse_cops_at_str, kCops, "+COPS", operators(false), 0, operators(true)},
+        {parse_cops_at_str, kCops, "+COPS", five + ",(0,1,2,3,4),(0,1,2)\r\n", 0, five_tree + kTail.substr(3)},
         {parse_cops_at_str, kCops, "+COPS", "+COPS: (1,\"A\",,\"46000\",7),,(0,1,2,3,4),(0,1,2)", 0,
          "option=~,stat=1,long_oper=A,short_oper=,numeric_oper=46000,rat=7" + kTail},
         {parse_cops_at_str, kCops, "+COPS", "+COPS: ,,(0,1,2,3,4),(0,1,2)", 0, kTail.substr(3)},
@@ -105,26 +99,16 @@ TEST(ListParse, BuildsTreesAndRefusesBrokenReplies) {
     }
 }
 
-TEST(ListParse, NullArgumentsAreRefused) {
-    std::string reply = "+X: (1)";
-    AtCmdParse* tree = nullptr;
-    for (at_parse_func fn : {parse_cops_at_str, parse_syscfg_at_str, parse_syscfgex_at_str, parse_sms_media,
-                             parse_ndisstatqry_at_str, parse_lteprofile_at_str, parse_sms_index_list_at_str,
-                             parse_cmgi_list_at_str, parse_sms_cmgr_at_str, parse_eons_at_str, parse_band_at_str}) {
-        EXPECT_EQ(fn(nullptr, "+X:(a)", reply.data(), const_cast<char*>("+X")), -2);
-        EXPECT_EQ(fn(&tree, "+X:(a)", nullptr, const_cast<char*>("+X")), -2);
-        EXPECT_EQ(tree, nullptr);
-    }
-    EXPECT_EQ(parse_operator_list(nullptr, reply.data(), reply.data(), reply.data()), -1);
-    // A reply without any group is not an error and leaves the slot alone.
+TEST(OperatorList, NoGroupLeavesTheSlot) {
     std::string none = "no groups here";
+    EXPECT_EQ(parse_operator_list(nullptr, none.data(), none.data(), none.data()), -1);
     AtCmdParse* slot = parse_test::kUntouched;
     EXPECT_EQ(parse_operator_list(&slot, const_cast<char*>("(a,b)"), none.data(), const_cast<char*>("option")), 0);
     EXPECT_EQ(slot, parse_test::kUntouched);
 }
 
 // Replies built to break a parser: cut lines, unbalanced quotes and brackets, missing colons,
-// a report field full of commas, over-long fields and bytes above 0x7F. Every parser must return
+// a report field full of commas, over-long fields, bytes above 0x7F, null pointers. Every parser must return
 // a code in range, leave the slot alone on failure and never touch memory it does not own (the
 // sanitizer build catches that).
 TEST(HostileReplies, EveryParserSurvives) {
@@ -148,6 +132,11 @@ TEST(HostileReplies, EveryParserSurvives) {
             n + ": (" + std::string(1400, ',') + ")),(" + std::string(80, ',') + "))",
             n + ": " + std::string(700, '('), n + ": " + std::string(700, '"') + ",",
         };
+        std::string any = n + ": (1)";
+        AtCmdParse* none = nullptr;
+        EXPECT_EQ(p.fn(nullptr, p.templ, any.data(), const_cast<char*>(n.c_str())), -2) << n;
+        EXPECT_EQ(p.fn(&none, p.templ, nullptr, const_cast<char*>(n.c_str())), -2) << n;
+        EXPECT_EQ(none, nullptr);
         for (const std::string& text : replies) {
             SCOPED_TRACE(n + " <" + text.substr(0, 40) + ">");
             const auto r = parse(p.fn, p.templ, text, n.c_str());
