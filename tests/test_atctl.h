@@ -3,6 +3,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -97,7 +98,29 @@ struct Json {
         return missing;
     }
     bool is_null() const { return kind == Null; }
+    // As the tests spell values: 'text', -6.5, true, null, missing.
+    std::string show() const {
+        char b[32] = "";
+        switch (kind) {
+            case Missing: return "missing";
+            case Null: return "null";
+            case Bool: return boolean ? "true" : "false";
+            case Number: return std::string(b, std::to_chars(b, b + sizeof b - 1, number).ptr);
+            case String: return "'" + text + "'";
+            default: return "(composite)";
+        }
+    }
 };
+
+// One value the JSON report must hold: doc[section][name].show() == want.
+struct Field {
+    const char* section;
+    const char* name;
+    std::string want;
+};
+inline void expect_fields(const Json& doc, const std::vector<Field>& fields) {
+    for (const Field& f : fields) EXPECT_EQ(doc[f.section][f.name].show(), f.want) << f.section << "." << f.name;
+}
 
 // Refuses what a lenient reader would let through: raw control characters, unknown escapes,
 // lone surrogates, numbers outside the JSON grammar, a key twice, text after the value.
