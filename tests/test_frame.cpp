@@ -17,7 +17,6 @@ TEST(Frame, HeaderVariants) {
     const std::tuple<const char*, void (*)(atapi::Request&), Wire> cases[] = {
         {"plain command", [](atapi::Request&) {}, {"AT+XYZ?", "+XYZ:", 7}},
         {"explicit no report", [](atapi::Request& r) { r.rep_type(AT_REPORT_REQ_NONE); }, {"AT+XYZ?", "+XYZ:", 7, AT_REQ, -1}},
-        {"stored report", [](atapi::Request& r) { r.stored_report(AT_REPORT_SYSINFO_REQ); }, {"AT+XYZ?", "+XYZ:", 7, GET_REPORT_REQ, 0}},
         {"stored cops report", [](atapi::Request& r) { r.stored_report(AT_REPORT_COPS_REQ); }, {"AT+XYZ?", "+XYZ:", 7, GET_REPORT_REQ, 1}},
         {"every line", [](atapi::Request& r) { r.multi_line(); }, {"AT+XYZ?", "+XYZ:", 7, AT_REQ, 0, AT_RES_MUT}},
     };
