@@ -190,12 +190,8 @@ on AT\+DEL=(\d+)
                                       &error);
     ASSERT_TRUE(sc) << error;
     sim::Engine e(std::move(*sc));
-    struct Step {
-        const char* cmd;
-        const char* body;  // non-null: the body sent after the prompt
-        std::vector<std::string> lines;
-        const char* final;
-    } steps[] = {
+    // A step with a body sends it after the prompt.
+    struct Step { const char* cmd; const char* body; std::vector<std::string> lines; const char* final; } steps[] = {
         {"AT+TRY=1", nullptr, {}, "+CME ERROR: 16"},
         {"AT+LEFT?", nullptr, {"+LEFT: 1"}, "OK"},
         {"at+try=2", nullptr, {}, "+CME ERROR: 16"},

@@ -14,12 +14,7 @@ using namespace e2e;
 
 namespace {
 
-struct Row {
-    const char* cmd;
-    const char* match;
-    int ret_val;
-    const char* report;
-};
+struct Row { const char* cmd; const char* match; int ret_val; const char* report; };
 
 void run_rows(const std::vector<Row>& rows) {
     for (const Row& r : rows) {

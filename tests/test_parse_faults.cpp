@@ -54,7 +54,6 @@ TEST(AllocationFailure, EveryAllocationOfEveryParser) {
          "^SYSCFG:(2,13),(0-3),((80000,\"GSM900\"),(400000,\"WCDMA\")),(0-2),(0-4)", -2},
         {parse_syscfgex_at_str, "^SYSCFGEX:(acqorders),((band,band_name)),(roams),(srvdomains),((lteband,lteband_name))",
          "^SYSCFGEX", "^SYSCFGEX: (\"00\",\"03\"),((1,\"A\"),(2,\"B\")),(0-2),(0-4),((10,\"L\"),(20,\"M\"))", -2},
-        {parse_sms_media, "+CPMS:(mem1,mem2),...", "+CPMS", "+CPMS: (\"SM\",\"ME\"),(\"SM\",\"ME\")", -2},
         {parse_ndisstatqry_at_str, "^NDISSTATQRY:(cid)", "^NDISSTATQRY", "^NDISSTATQRY: (1,2)", -2},
         {parse_lteprofile_at_str, "^LTEPROFILE:(mode1,mode2),(indexs)", "^LTEPROFILE", "^LTEPROFILE: (0,1),(1-11)", -2},
         {parse_sms_index_list_at_str, "+CMGD:index_0,...indexN", "+CMGD", "+CMGD: (1,2,5),(0-4)", -5},
