@@ -136,10 +136,7 @@ on AT\^NDISDUP=1,1
 on AT\+CMGD=1,0
 )");
     ASSERT_TRUE(s.start());
-    auto report = [](int rep_type) {
-        msg_q m = typed(GET_REPORT_REQ, rep_type);
-        return exchange(m);
-    };
+    auto report = [](int rep_type) { msg_q m = typed(GET_REPORT_REQ, rep_type); return exchange(m); };
     // Nothing held yet: the report request is refused, the memory-full probe says nothing, and
     // the bare "^APCONNST" runs the query form.
     EXPECT_EQ(report(AT_REPORT_RSSI_REQ).ret_val, AT_ERROR);
