@@ -15,6 +15,7 @@
 
 using namespace atapi_test;
 using atctl_test::CliRun;
+using atctl_test::expect_lines;
 using atctl_test::Field;
 using atctl_test::Json;
 using atctl_test::parse_json;
@@ -36,17 +37,6 @@ Strings keys_of(const Json& doc) {
     Strings v;
     for (const auto& m : doc.members) v.push_back(m.first);
     return v;
-}
-
-// Whole lines; one ending in '*' is the start of a line.
-void expect_lines(const CliRun& r, const Strings& want) {
-    const Strings got = r.lines();
-    for (const std::string& w : want) {
-        const bool found = std::any_of(got.begin(), got.end(), [&](const std::string& l) {
-            return w.ends_with('*') ? l.starts_with(w.substr(0, w.size() - 1)) : l == w;
-        });
-        EXPECT_TRUE(found) << "missing \"" << w << "\" in\n" << r.out;
-    }
 }
 
 class Atctl : public ::testing::Test {
@@ -191,8 +181,8 @@ TEST_F(Atctl, ASilentModemStopsTheRunAfterTheFirstTimeout) {
     const auto start = std::chrono::steady_clock::now();
     const Json doc = json({"status"}, 1);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
-    EXPECT_EQ(doc["csq"]["error"].text, "no usable answer");
-    for (const char* key : {"hcsq", "creg", "rejinfoex", "cclk"}) EXPECT_EQ(doc[key]["error"].text, "skipped") << key;
+    atctl_test::expect_fields(doc, {{"csq", "error", "'no usable answer'"}, {"hcsq", "error", "'skipped'"},
+                                    {"creg", "error", "'skipped'"}, {"cclk", "error", "'skipped'"}});
     EXPECT_EQ(commands(), Strings{"AT+CSQ"});
 }
 
@@ -234,21 +224,19 @@ TEST_F(Atctl, StatusIsOneLinePerCallAndOnlyReads) {
     keys.insert(keys.end(), kRegistrationKeys.begin(), kRegistrationKeys.end());
     keys.push_back("cclk");
     EXPECT_EQ(keys_of(doc), keys);
-    EXPECT_EQ(doc["cclk"]["ok"].boolean, kHaveClock);
+    // A library without the clock read is no modem failure.
+    EXPECT_EQ(doc["cclk"]["ok"].show(), kHaveClock ? "true" : "false");
 }
 
 TEST_F(Atctl, TimeConvertsTheModemClockWithTheGivenZone) {
     modem();
     if constexpr (!kHaveClock) {
         // Without the clock read the subcommand says so and asks the modem nothing.
-        EXPECT_EQ(json({"time"}, 1)["cclk"]["error"].text, "unsupported");
+        EXPECT_EQ(json({"time"}, 1)["cclk"]["error"].show(), "'unsupported'");
         EXPECT_EQ(ats.count(), 0u);
-        EXPECT_EQ(atctl({"status"}).exit, 0) << "a missing library call is not a modem failure";
     } else {
-        const Json doc = json({"time", "--zone", "+4"}, 0);
-        EXPECT_EQ(doc["cclk"]["utc"].text, "2026/12/31 23:50:00");
-        EXPECT_EQ(doc["cclk"]["zone_text"].text, "GMT+01:00");
-        EXPECT_EQ(doc["cclk"]["local"].text, "2027/01/01 00:50:00");
+        atctl_test::expect_fields(json({"time", "--zone", "+4"}, 0), {{"cclk", "utc", "'2026/12/31 23:50:00'"},
+                                  {"cclk", "zone_text", "'GMT+01:00'"}, {"cclk", "local", "'2027/01/01 00:50:00'"}});
         expect_lines(atctl({"time", "--zone", "-5"}), {"  local     2026/12/31 22:35:00 GMT-01:15"});
         EXPECT_EQ(ats.last().cmd, "AT+CCLK?");
     }

@@ -65,7 +65,7 @@ TEST(AtctlSim, StatusReadsTheSimulatedModem) {
     ASSERT_TRUE(stack.start());
     const CliRun r = atctl(stack, {"status"});
     EXPECT_EQ(r.exit, 0) << r.out << r.err;
-    EXPECT_TRUE(r.has_line("csq        rssi -79 dBm (raw 17), ber 0.8 to 1.6 % (raw 3)")) << r.out;
+    atctl_test::expect_lines(r, {"csq        rssi -79 dBm (raw 17), ber 0.8 to 1.6 % (raw 3)"});
 
     const CliRun j = atctl(stack, {"status", "--json"});
     EXPECT_EQ(j.exit, 0) << j.err;
