@@ -13,7 +13,6 @@
 #include <chrono>
 #include <fstream>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -161,13 +160,26 @@ private:
         if (word("null")) return v.kind = Json::Null, true;
         if (word("true")) return v.kind = Json::Bool, v.boolean = true, true;
         if (word("false")) return v.kind = Json::Bool, true;
-        static const std::regex grammar(R"(-?(0|[1-9]\d*)(\.\d+)?([eE][+-]?\d+)?)");
-        std::cmatch m;
-        if (!std::regex_search(s_.data() + i_, s_.data() + s_.size(), m, grammar, std::regex_constants::match_continuous))
-            return false;
+        return number(v);
+    }
+
+    // -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?
+    bool number(Json& v) {
+        const size_t start = i_;
+        auto digits = [&] {
+            const size_t from = i_;
+            while (i_ < s_.size() && s_[i_] >= '0' && s_[i_] <= '9') ++i_;
+            return i_ - from;
+        };
+        word("-");
+        const size_t lead = i_, n = digits();
+        if (n == 0 || (n > 1 && s_[lead] == '0') || (word(".") && digits() == 0)) return false;
+        if (word("e") || word("E")) {
+            if (!word("+")) word("-");
+            if (digits() == 0) return false;
+        }
         v.kind = Json::Number;
-        const auto [p, ec] = std::from_chars(s_.data() + i_, s_.data() + i_ + m.length(), v.number);
-        i_ += m.length();
+        const auto [p, ec] = std::from_chars(s_.data() + start, s_.data() + i_, v.number);
         return ec == std::errc() && p == s_.data() + i_;
     }
 

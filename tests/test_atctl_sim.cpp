@@ -4,7 +4,6 @@
 #include <signal.h>
 
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -108,15 +107,18 @@ TEST(AtctlSim, DemoScriptRunsAndCleansUp) {
         EXPECT_EQ(WEXITSTATUS(status), 0) << out << atctl_test::slurp(scratch + "/demo.err");
 
         // "modemsim (pid N) and atserver (pid M) in DIR", "$ atctl ...", then what atctl printed.
-        std::smatch m;
-        const std::regex shape(R"(modemsim \(pid (\d+)\) and atserver \(pid (\d+)\) in (\S+)\n(\$ atctl [^\n]*)\n([\s\S]*))");
-        ASSERT_TRUE(std::regex_match(out, m, shape)) << out;
-        EXPECT_FALSE(std::filesystem::exists(m[3].str())) << m[3];
-        EXPECT_NE(kill(std::stoi(m[1]), 0), 0);
-        EXPECT_NE(kill(std::stoi(m[2]), 0), 0);
-        const std::string shown = m[5];
+        const size_t eol = out.find('\n'), body = out.find('\n', eol + 1);
+        ASSERT_NE(body, std::string::npos) << out;
+        const std::string head = out.substr(0, eol), shown = out.substr(body + 1);
+        const std::string p1 = "modemsim (pid ", p2 = ") and atserver (pid ", p3 = ") in ";
+        const size_t at2 = head.find(p2), at3 = head.find(p3);
+        ASSERT_TRUE(head.starts_with(p1) && at2 != std::string::npos && at3 != std::string::npos && head.size() > at3 + p3.size())
+            << head;
+        EXPECT_FALSE(std::filesystem::exists(head.substr(at3 + p3.size()))) << head;
+        EXPECT_NE(kill(std::stoi(head.substr(p1.size())), 0), 0);
+        EXPECT_NE(kill(std::stoi(head.substr(at2 + p2.size())), 0), 0);
         if (args.empty()) {
-            EXPECT_EQ(m[4], "$ atctl status");
+            EXPECT_EQ(out.substr(eol + 1, body - eol - 1), "$ atctl status");
             EXPECT_TRUE(shown.starts_with("csq        rssi ")) << shown;
             EXPECT_NE(shown.find("\ncreg       stat "), std::string::npos) << shown;
         } else {
