@@ -168,8 +168,7 @@ TEST_F(Atctl, ReportsForPeopleAndScripts) {
         for (const auto& [key, section] : doc.members) {
             EXPECT_EQ(section["ok"].boolean, !failed.contains(key)) << key;
             if (failed.contains(key)) continue;
-            auto [it, first] = keys_when_ok.try_emplace(key, keys_of(section));
-            EXPECT_EQ(keys_of(section), it->second) << key;
+            EXPECT_EQ(keys_of(section), keys_when_ok.try_emplace(key, keys_of(section)).first->second) << key;
         }
         atctl_test::expect_fields(doc, row.json);
     }
