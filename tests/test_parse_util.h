@@ -23,6 +23,17 @@ inline std::string shape(const AtCmdParse* tree) {
     return out;
 }
 
+// Owns the tree a parse leaves in its slot.
+struct Tree {
+    AtCmdParse* root = nullptr;
+    Tree() = default;
+    Tree(const Tree&) = delete;
+    Tree& operator=(const Tree&) = delete;
+    ~Tree() { free_at_cmd(root); }
+    AtCmdParse** slot() { return &root; }
+    std::string str() const { return shape(root); }
+};
+
 // Fills the slot as the caller passed it; a failing parser must leave it as it was.
 inline AtCmdParse* const kUntouched = reinterpret_cast<AtCmdParse*>(0x8);
 
