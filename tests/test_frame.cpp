@@ -87,7 +87,8 @@ TEST(Frame, ErrorRepliesMapIntoTheResultField) {
         atapi::Request req{"AT+XYZ", ""};
         ASSERT_EQ(req.exchange(), 0);
         EXPECT_FALSE(req.ok());
-        AT_AMSS_RES got = sentinel<AT_AMSS_RES>();  // no enum value: written or left, never read
+        AT_AMSS_RES got;  // sentinel bits, no enum value: written or left, never loaded as the enum
+        std::memset(&got, kSB, sizeof got);
         EXPECT_EQ(req.map_error(got), rc);
         EXPECT_EQ(as_int(got), exe);
     }
