@@ -60,8 +60,10 @@ struct RootPrivileges {
 
 int get_ats_task_id() { return ATS_task_name_to_id("atserver"); }
 
+void publish_task_id(int id) { std::atomic_ref<int>(g_ats_lib_task_id).store(id, std::memory_order_release); }
+
 int check_ats_id() {
-    const int id = load(g_ats_lib_task_id);
+    const int id = std::atomic_ref<int>(g_ats_lib_task_id).load(std::memory_order_acquire);
     if (ATS_task_bExist(id) == ATS_TRUE) return 0;
     ATS_TRACE(ERROR, "check_ats_id id = %d\n", id);
     return -1;
@@ -88,10 +90,17 @@ int GetDataFromAtServer(msg_q* msg_buf) {
     if (check_ats_id() == 0) return read_data_from_atsrv_proc(msg_buf);
 
     // First use, or the AT server died or restarted: a restarted server has new queues too.
-    store(g_ats_lib_task_id, get_ats_task_id());
-    if (check_ats_id() != 0) return -1;
+    // The new queue ids are stored before the new pid is published, so that another thread
+    // which finds the new server alive never sends to the old server's queues.
+    const int id = get_ats_task_id();
+    if (ATS_task_bExist(id) != ATS_TRUE) {
+        publish_task_id(id);
+        check_ats_id();  // traces the id that was not found alive
+        return -1;
+    }
     store(g_ats_lib_rcv_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_RECV));
     store(g_ats_lib_snd_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_SEND));
+    publish_task_id(id);
     return read_data_from_atsrv_proc(msg_buf);
 }
 

@@ -4,6 +4,7 @@ atapi_add_test(test_queue core/test_queue.cpp)
 target_link_libraries(test_queue PRIVATE ${CMAKE_DL_LIBS})
 atapi_add_test(test_depends core/test_depends.cpp)
 atapi_add_test(test_exchange core/test_exchange.cpp)
+target_link_libraries(test_exchange PRIVATE ${CMAKE_DL_LIBS})
 
 # The public header must build as C11 and link against the library.
 add_executable(test_c_header core/c_header.c)

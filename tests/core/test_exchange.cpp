@@ -1,9 +1,12 @@
 // The request exchange against the scripted fake AT server, over real queues.
+#include <dlfcn.h>
+#include <sys/msg.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -15,6 +18,17 @@
 #include "atapi.h"
 #include "fake_ats.h"
 #include "trace_capture.h"
+
+namespace {
+std::atomic<int> g_msgget_delay_ms{0};
+}  // namespace
+
+extern "C" int msgget(key_t key, int msgflg) {
+    using Fn = int (*)(key_t, int);
+    static Fn real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "msgget"));
+    if (int ms = g_msgget_delay_ms.load()) usleep(static_cast<useconds_t>(ms) * 1000);
+    return real(key, msgflg);
+}
 
 using namespace atapi_test;
 using namespace std::chrono_literals;
@@ -200,6 +214,30 @@ TEST_F(Exchange, SixteenThreadsEachGetTheirOwnReply) {
     for (auto& th : threads) th.join();
     for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
     EXPECT_EQ(ats.count(), size_t(kThreads * kCalls));
+}
+
+// After a restart every thread that finds the new server alive must also use its new queues,
+// even while another thread is still refreshing the cached ids. Queue lookups are slowed down
+// here (msgget is wrapped below) so that the others arrive in the middle of that refresh.
+TEST_F(Exchange, ThreadsRacingThroughARestartUseTheNewQueues) {
+    ats.respond([](const Request& r) { return ok(r.cmd); });
+    msg_q first = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&first), 0);
+    ats.restart();
+    g_msgget_delay_ms = 30;
+    std::atomic<int> failures{0};
+    auto call = [&failures] {
+        msg_q m = request("AT+RACE");
+        if (GetDataFromAtServer(&m) != 0) ++failures;
+    };
+    std::thread refresher(call);
+    std::this_thread::sleep_for(10ms);  // the first thread is now inside the slow lookup
+    std::vector<std::thread> late;
+    for (int t = 0; t < 4; ++t) late.emplace_back(call);
+    refresher.join();
+    for (auto& th : late) th.join();
+    g_msgget_delay_ms = 0;
+    EXPECT_EQ(failures.load(), 0);
 }
 
 TEST(ClearQueue, RemovesOnlyTheThreadsMessages) {
