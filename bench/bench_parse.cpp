@@ -87,6 +87,15 @@ void load(ReportBuf& buf, const char* text) {
     memcpy_s(buf.data(), buf.size(), text, n + 1);
 }
 
+// Time and heap allocations per reply, the figures both benchmarks are compared by.
+void report_per_reply(benchmark::State& state, size_t replies, size_t allocs_before) {
+    state.counters["ns_per_reply"] = benchmark::Counter(
+        static_cast<double>(replies), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["allocs_per_reply"] =
+        static_cast<double>(g_allocs - allocs_before) / static_cast<double>(replies);
+    state.SetItemsProcessed(static_cast<int64_t>(replies));
+}
+
 void BM_AtCmdParse(benchmark::State& state) {
     ReportBuf buf{};
     std::array<std::array<char, 16>, kCorpusSize> names{};
@@ -110,11 +119,7 @@ void BM_AtCmdParse(benchmark::State& state) {
             ++replies;
         }
     }
-    state.counters["ns_per_reply"] = benchmark::Counter(
-        static_cast<double>(replies), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-    state.counters["allocs_per_reply"] =
-        static_cast<double>(g_allocs - allocs_before) / static_cast<double>(replies);
-    state.SetItemsProcessed(static_cast<int64_t>(replies));
+    report_per_reply(state, replies, allocs_before);
 }
 BENCHMARK(BM_AtCmdParse);
 
@@ -204,11 +209,7 @@ void BM_InPlaceTokenizer(benchmark::State& state) {
             ++replies;
         }
     }
-    state.counters["ns_per_reply"] = benchmark::Counter(
-        static_cast<double>(replies), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-    state.counters["allocs_per_reply"] =
-        static_cast<double>(g_allocs - allocs_before) / static_cast<double>(replies);
-    state.SetItemsProcessed(static_cast<int64_t>(replies));
+    report_per_reply(state, replies, allocs_before);
 }
 BENCHMARK(BM_InPlaceTokenizer);
 

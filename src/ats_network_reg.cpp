@@ -21,6 +21,42 @@ int send_setting(Request& req, AT_AMSS_RES& exe_result) {
     return 0;
 }
 
+// The fields a registration query fills; `act` is null where the record has none.
+struct RegistrationFields {
+    int& n;
+    int& stat;
+    char (&lac)[16];
+    char (&ci)[16];
+    char (*act)[4];
+    AT_AMSS_RES& exe_result;
+};
+
+// The registration query, one for +CREG, +CGREG and +CEREG. `who` names the function in the
+// failure traces that +CGREG and +CEREG write; AT_Creg passes null and traces nothing.
+int query_registration(const char* cmd, const char* match, const char* name, const char* who,
+                       RegistrationFields rec) {
+    Request req{cmd, match};
+    if (int rc = req.exchange()) {
+        if (who) ATS_TRACE(ERROR, "%s GetDataFromAtServer failed\n", who);
+        return rc;
+    }
+    if (!req.ok()) return req.map_error(rec.exe_result);
+    ParseTree tree = req.parse(name, AT_FUNCTION_NETWORK_CFG);
+    if (!tree) {
+        if (who) ATS_TRACE(ERROR, "%s NULL == at_parse_result\n", who);
+        return -1;
+    }
+    rec.exe_result = AT_CMD_RES_SUCCESS;
+    for (Field f : tree.row()) {
+        if (f.is("n"))                   rec.n = f.number();
+        else if (f.is("stat"))           rec.stat = f.number();
+        else if (f.is("lac"))            copy_text(rec.lac, f.value());
+        else if (f.is("ci"))             copy_text(rec.ci, f.value());
+        else if (f.is("act") && rec.act) copy_text(*rec.act, f.value());
+    }
+    return 0;
+}
+
 }  // namespace
 
 extern "C" int AT_Creg(int cmdType, LacCellid* lac_cellid) {
@@ -31,20 +67,9 @@ extern "C" int AT_Creg(int cmdType, LacCellid* lac_cellid) {
         return send_setting(req, lac_cellid->AtExeResult);
     }
     if (cmdType != AT_CHECK_VALUE) return -1;
-    Request req{"AT+CREG?", "+CREG:"};
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(lac_cellid->AtExeResult);
-    ParseTree tree = req.parse("+CREG", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) return -1;
-    lac_cellid->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row()) {
-        if (f.is("n"))         lac_cellid->n = f.number();
-        else if (f.is("stat")) lac_cellid->stat = f.number();
-        else if (f.is("lac"))  copy_text(lac_cellid->lac, f.value());
-        else if (f.is("ci"))   copy_text(lac_cellid->ci, f.value());
-        else if (f.is("act"))  copy_text(lac_cellid->act, f.value());
-    }
-    return 0;
+    return query_registration("AT+CREG?", "+CREG:", "+CREG", nullptr,
+                              {lac_cellid->n, lac_cellid->stat, lac_cellid->lac, lac_cellid->ci, &lac_cellid->act,
+                               lac_cellid->AtExeResult});
 }
 
 extern "C" int AT_Cgreg(int CmdType, CgregRsp* rsp) {
@@ -55,26 +80,9 @@ extern "C" int AT_Cgreg(int CmdType, CgregRsp* rsp) {
         return send_setting(req, rsp->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
-    Request req{"AT+CGREG?", "+CGREG:"};
-    if (int rc = req.exchange()) {
-        ATS_TRACE(ERROR, "AT_Cgreg GetDataFromAtServer failed\n");
-        return rc;
-    }
-    if (!req.ok()) return req.map_error(rsp->AtExeResult);
-    ParseTree tree = req.parse("+CGREG", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) {
-        ATS_TRACE(ERROR, "AT_Cgreg NULL == at_parse_result\n");
-        return -1;
-    }
-    rsp->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row()) {
-        if (f.is("n"))         rsp->ReportMode = f.number();
-        else if (f.is("stat")) rsp->ReportState = f.number();
-        else if (f.is("lac"))  copy_text(rsp->LacCode, f.value());
-        else if (f.is("ci"))   copy_text(rsp->CellID, f.value());
-        else if (f.is("act"))  copy_text(rsp->act, f.value());
-    }
-    return 0;
+    return query_registration("AT+CGREG?", "+CGREG:", "+CGREG", "AT_Cgreg",
+                              {rsp->ReportMode, rsp->ReportState, rsp->LacCode, rsp->CellID, &rsp->act,
+                               rsp->AtExeResult});
 }
 
 extern "C" int AT_Cereg(int CmdType, CeregRsp* rsp) {
@@ -85,26 +93,10 @@ extern "C" int AT_Cereg(int CmdType, CeregRsp* rsp) {
         return send_setting(req, rsp->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
-    Request req{"AT+CEREG?", "+CEREG:"};
-    if (int rc = req.exchange()) {
-        ATS_TRACE(ERROR, "AT_Cereg GetDataFromAtServer failed\n");
-        return rc;
-    }
-    if (!req.ok()) return req.map_error(rsp->AtExeResult);
-    ParseTree tree = req.parse("+CEREG", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) {
-        ATS_TRACE(ERROR, "AT_Cereg NULL == at_parse_result\n");
-        return -1;
-    }
-    rsp->AtExeResult = AT_CMD_RES_SUCCESS;
     // The record has no access technology; a reply that carries one is read past.
-    for (Field f : tree.row()) {
-        if (f.is("n"))         rsp->ReportMode = f.number();
-        else if (f.is("stat")) rsp->ReportState = f.number();
-        else if (f.is("lac"))  copy_text(rsp->LacCode, f.value());
-        else if (f.is("ci"))   copy_text(rsp->CellID, f.value());
-    }
-    return 0;
+    return query_registration("AT+CEREG?", "+CEREG:", "+CEREG", "AT_Cereg",
+                              {rsp->ReportMode, rsp->ReportState, rsp->LacCode, rsp->CellID, nullptr,
+                               rsp->AtExeResult});
 }
 
 extern "C" int AT_Cgatt(int CmdType, PsAttatch* psattatch) {
