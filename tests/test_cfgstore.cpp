@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "atplatform.h"
+#include "run_dir.h"
 #include "trace_capture.h"
 
 namespace fs = std::filesystem;
@@ -101,19 +102,14 @@ std::string read_file(const fs::path& p) {
 class CfgStore : public ::testing::Test {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/cfgstore_XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        setenv("ATAPI_RUN_DIR", dir_.c_str(), 1);
+        ASSERT_TRUE(run_.ok());
+        dir_ = run_.path();
         unsetenv("ATAPI_CFG_DB");
         clear_traces();
     }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(dir_, ec);
-    }
     fs::path db() const { return fs::path(dir_) / "atapi_cfg.db"; }
 
+    atapi_test::RunDir run_;
     std::string dir_;
 };
 

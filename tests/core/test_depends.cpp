@@ -13,23 +13,18 @@
 #include <thread>
 
 #include "atapi.h"
+#include "run_dir.h"
 
 namespace {
 
 class PidFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/atapi-dep-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        setenv("ATAPI_RUN_DIR", dir_.c_str(), 1);
-    }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
+    void SetUp() override { ASSERT_TRUE(dir_.ok()); }
     void write(const std::string& name, const std::string& content) {
-        std::filesystem::create_directories(dir_ + "/pidfile");
-        std::ofstream(dir_ + "/pidfile/" + name + ".pid") << content;
+        std::filesystem::create_directories(dir_ / "pidfile");
+        std::ofstream(dir_ / ("pidfile/" + name + ".pid")) << content;
     }
-    std::string dir_;
+    atapi_test::RunDir dir_;
 };
 
 TEST_F(PidFile, NameToId) {
@@ -45,7 +40,7 @@ TEST_F(PidFile, NameToId) {
     }
     EXPECT_EQ(ATS_task_name_to_id("absent"), -1);
     EXPECT_EQ(ATS_task_name_to_id(nullptr), -1);
-    std::filesystem::remove_all(dir_ + "/pidfile");  // missing directory
+    std::filesystem::remove_all(dir_ / "pidfile");  // missing directory
     EXPECT_EQ(ATS_task_name_to_id("atserver"), -1);
     EXPECT_EQ(ATS_task_name_to_id(std::string(400, 'n').c_str()), -1);  // too long a name: no such file
 }

@@ -17,6 +17,7 @@
 
 #include "atapi.h"
 #include "fake_ats.h"
+#include "run_dir.h"
 #include "trace_capture.h"
 
 namespace {
@@ -258,12 +259,10 @@ TEST(ClearQueue, RemovesOnlyTheThreadsMessages) {
 
 // A full request queue fails the send at once.
 TEST(FullQueue, SendFails) {
-    char tmpl[] = "/tmp/atapi-full-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    const std::string dir = tmpl;
-    setenv("ATAPI_RUN_DIR", tmpl, 1);
-    std::filesystem::create_directories(dir + "/pidfile");
-    std::ofstream(dir + "/pidfile/atserver.pid") << getpid() << "\n";  // alive, and never signalled
+    RunDir dir;
+    ASSERT_TRUE(dir.ok());
+    std::filesystem::create_directories(dir / "pidfile");
+    std::ofstream(dir / "pidfile/atserver.pid") << getpid() << "\n";  // alive, and never signalled
     ATS_QUEUE rq = ATS_msgQ_create(2, 1, 1600);
     ATS_QUEUE sq = ATS_msgQ_create(1, 1, 1600);
     msg_q filler{};
@@ -277,7 +276,6 @@ TEST(FullQueue, SendFails) {
     EXPECT_EQ(count_trace("Error: send message failed\n"), 1u);
     ATS_msgQ_delete(rq);
     ATS_msgQ_delete(sq);
-    std::filesystem::remove_all(dir);
 }
 
 }  // namespace

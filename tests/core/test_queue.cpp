@@ -16,6 +16,7 @@
 #include <string>
 
 #include "atapi.h"
+#include "run_dir.h"
 #include "trace_capture.h"
 
 namespace {
@@ -48,19 +49,15 @@ namespace {
 class Queue : public ::testing::Test {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/atapi-queue-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        setenv("ATAPI_RUN_DIR", dir_.c_str(), 1);
+        ASSERT_TRUE(dir_.ok());
         atapi_test::clear_traces();
         g_msgrcv_calls = 0;
         g_usleep_calls = 0;
     }
     void TearDown() override {
         for (int id : {1, 2, 3, 7}) ATS_msgQ_delete(ATS_get_msgQ_id(id));
-        std::filesystem::remove_all(dir_);
     }
-    std::string dir_;
+    atapi_test::RunDir dir_;
 };
 
 TEST_F(Queue, CreateIsExclusiveAndLookupFindsIt) {

@@ -84,19 +84,14 @@ Outcome exchange(std::string_view cmd, std::string_view match, int time_out) {
 }
 
 Stack::Stack(std::string_view scenario) {
-    char tmpl[] = "/tmp/atapi-e2e-XXXXXX";
-    dir_ = mkdtemp(tmpl);
-    link_ = dir_ + "/modem";
-    setenv("ATAPI_RUN_DIR", dir_.c_str(), 1);
-    scenario_ = scenario.empty() ? std::string(SCENARIO_DIR) + "/default.scn" : dir_ + "/test.scn";
+    link_ = dir_ / "modem";
+    scenario_ = scenario.empty() ? std::string(SCENARIO_DIR) + "/default.scn" : dir_ / "test.scn";
     if (!scenario.empty()) std::ofstream(scenario_) << scenario;
 }
 
 Stack::~Stack() {
     server.stop();
     sim.stop();
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
 }
 
 bool Stack::start_sim() {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "atapi.h"
+#include "run_dir.h"
 
 namespace e2e {
 
@@ -57,14 +58,15 @@ public:
     bool serving(std::chrono::milliseconds limit = 5s);  // the server answers a plain "AT"
     bool start() { return start_sim() && start_server() && serving(); }
 
-    const std::string& dir() const { return dir_; }
+    const std::string& dir() const { return dir_.path(); }
     const std::string& device() const { return link_; }
-    std::string pid_file() const { return dir_ + "/pidfile/atserver.pid"; }
+    std::string pid_file() const { return dir_ / "pidfile/atserver.pid"; }
 
     Child sim, server;
 
 private:
-    std::string dir_, link_, scenario_;
+    atapi_test::RunDir dir_;
+    std::string link_, scenario_;
 };
 
 }  // namespace e2e

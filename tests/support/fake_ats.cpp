@@ -65,22 +65,15 @@ std::string field(const char* p, size_t width) { return std::string(p, strnlen(p
 }  // namespace
 
 FakeAtServer::FakeAtServer() {
-    char tmpl[] = "/tmp/atapi-fake-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) {
-        ADD_FAILURE() << "mkdtemp: " << std::strerror(errno);
+    if (!run_dir_.ok()) {
+        ADD_FAILURE() << "fake AT server: cannot make a run directory";
         return;
     }
-    run_dir_ = tmpl;
-    std::filesystem::create_directories(run_dir_ + "/pidfile");
-    setenv("ATAPI_RUN_DIR", run_dir_.c_str(), 1);
+    std::filesystem::create_directories(run_dir_ / "pidfile");
     start();
 }
 
-FakeAtServer::~FakeAtServer() {
-    stop();
-    std::error_code ec;
-    std::filesystem::remove_all(run_dir_, ec);
-}
+FakeAtServer::~FakeAtServer() { stop(); }
 
 void FakeAtServer::start() {
     // Queues left at this key by anything else are not ours to answer on.
@@ -88,7 +81,7 @@ void FakeAtServer::start() {
     ATS_msgQ_delete(ATS_get_msgQ_id(ATS_QUEUE_ID_SEND));
     rcv_q_ = ATS_msgQ_create(ATS_QUEUE_ID_RECV, 10, AT_MSG_Q_SIZE);
     snd_q_ = ATS_msgQ_create(ATS_QUEUE_ID_SEND, 10, AT_MSG_Q_SIZE);
-    if (rcv_q_ == -1 || snd_q_ == -1) ADD_FAILURE() << "fake AT server: cannot create queues in " << run_dir_;
+    if (rcv_q_ == -1 || snd_q_ == -1) ADD_FAILURE() << "fake AT server: cannot create queues in " << run_dir_.path();
     pid_ = spawn_stand_in();
     std::ofstream(pid_file()) << pid_ << "\n";
     {
@@ -126,7 +119,7 @@ void FakeAtServer::die() { stop(); }
 
 void FakeAtServer::restart() {
     stop();
-    setenv("ATAPI_RUN_DIR", run_dir_.c_str(), 1);
+    run_dir_.point_here();
     start();
 }
 

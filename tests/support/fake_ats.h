@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "atapi.h"
+#include "run_dir.h"
 
 namespace atapi_test {
 
@@ -87,8 +88,8 @@ public:
     // A new server: new stand-in process (new pid), new queues, new pid file.
     void restart();
 
-    const std::string& run_dir() const { return run_dir_; }
-    std::string pid_file() const { return run_dir_ + "/pidfile/atserver.pid"; }
+    const std::string& run_dir() const { return run_dir_.path(); }
+    std::string pid_file() const { return run_dir_ / "pidfile/atserver.pid"; }
     int pid() const { return pid_; }
     int request_queue() const { return rcv_q_; }
     int reply_queue() const { return snd_q_; }
@@ -100,7 +101,7 @@ private:
     void work(int reply_q);
     void answer(const Request& req, const Reply& r, int reply_q);
 
-    std::string run_dir_;
+    RunDir run_dir_;
     int pid_ = -1;
     int rcv_q_ = -1, snd_q_ = -1;
     static constexpr int kReceivers = 8;
