@@ -2,7 +2,7 @@
 if(TARGET atserver AND TARGET modemsim)
   add_executable(bench_server ${CMAKE_CURRENT_LIST_DIR}/bench_server.cpp
                               ${PROJECT_SOURCE_DIR}/tests/e2e/harness.cpp)
-  target_include_directories(bench_server PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_include_directories(bench_server PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/tests/support)
   target_link_libraries(bench_server PRIVATE atapi benchmark::benchmark)
   target_compile_definitions(bench_server PRIVATE
     ATSERVER_BIN="$<TARGET_FILE:atserver>"
