@@ -8,13 +8,17 @@ constexpr char kTraceSource[] = "src/ats_network";
 
 using atapi::copy_text;
 using atapi::Field;
+using atapi::num;
+using atapi::OnError;
 using atapi::ParseTree;
 using atapi::Request;
+using atapi::text;
 
 namespace {
 
 // The set half of a query-or-set command: no reply prefix, and an error reply is not mapped.
-int send_setting(Request& req, AT_AMSS_RES& exe_result) {
+int send_setting(Request& req, bool formatted, AT_AMSS_RES& exe_result) {
+    if (!formatted) return -1;
     if (int rc = req.exchange()) return rc;
     if (!req.ok()) return -1;
     exe_result = AT_CMD_RES_SUCCESS;
@@ -63,8 +67,8 @@ extern "C" int AT_Creg(int cmdType, LacCellid* lac_cellid) {
     if (!lac_cellid) return -1;
     if (cmdType == AT_SET_VALUE) {
         Request req;
-        AT_FORMAT_CMD(req, 639, "AT+CREG=%d", lac_cellid->n);
-        return send_setting(req, lac_cellid->AtExeResult);
+        return send_setting(req, AT_FORMAT_CMD(req, 639, "AT+CREG=%d", lac_cellid->n),
+                            lac_cellid->AtExeResult);
     }
     if (cmdType != AT_CHECK_VALUE) return -1;
     return query_registration("AT+CREG?", "+CREG:", "+CREG", nullptr,
@@ -76,8 +80,8 @@ extern "C" int AT_Cgreg(int CmdType, CgregRsp* rsp) {
     if (!rsp) return -1;
     if (CmdType == AT_SET_VALUE) {
         Request req;
-        AT_FORMAT_CMD(req, 639, "AT+CGREG=%d", rsp->ReportMode);
-        return send_setting(req, rsp->AtExeResult);
+        return send_setting(req, AT_FORMAT_CMD(req, 639, "AT+CGREG=%d", rsp->ReportMode),
+                            rsp->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
     return query_registration("AT+CGREG?", "+CGREG:", "+CGREG", "AT_Cgreg",
@@ -89,8 +93,8 @@ extern "C" int AT_Cereg(int CmdType, CeregRsp* rsp) {
     if (!rsp) return -1;
     if (CmdType == AT_SET_VALUE) {
         Request req;
-        AT_FORMAT_CMD(req, 639, "AT+CEREG=%d", rsp->ReportMode);
-        return send_setting(req, rsp->AtExeResult);
+        return send_setting(req, AT_FORMAT_CMD(req, 639, "AT+CEREG=%d", rsp->ReportMode),
+                            rsp->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
     // The record has no access technology; a reply that carries one is read past.
@@ -103,139 +107,88 @@ extern "C" int AT_Cgatt(int CmdType, PsAttatch* psattatch) {
     if (!psattatch) return -1;
     if (CmdType == AT_SET_VALUE) {
         Request req;
-        AT_FORMAT_CMD(req, 639, "AT+CGATT=%d", psattatch->state);
-        return send_setting(req, psattatch->AtExeResult);
+        return send_setting(req, AT_FORMAT_CMD(req, 639, "AT+CGATT=%d", psattatch->state),
+                            psattatch->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
     Request req{"AT+CGATT?", "+CGATT:"};
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(psattatch->AtExeResult);
-    ParseTree tree = req.parse("+CGATT", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) return -1;
-    psattatch->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row())
-        if (f.is("state")) psattatch->state = static_cast<uint8_t>(f.number());
-    return 0;
+    return AT_QUERY(req, {.name = "+CGATT", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
+                          .result = &psattatch->AtExeResult},
+                    {num("state", psattatch->state)});
 }
 
 extern "C" int AT_Cgcatt(int CmdType, AttatchInfo* attatchInfo) {
     if (!attatchInfo) return -1;
     if (CmdType == AT_SET_VALUE) {
         Request req;
-        AT_FORMAT_CMD(req, 640, "AT^CGCATT=%d,%d", attatchInfo->state, attatchInfo->mode);
-        return send_setting(req, attatchInfo->AtExeResult);
+        return send_setting(req, AT_FORMAT_CMD(req, 640, "AT^CGCATT=%d,%d", attatchInfo->state, attatchInfo->mode),
+                            attatchInfo->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
     Request req{"AT^CGCATT?", "^CGCATT:"};
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(attatchInfo->AtExeResult);
-    ParseTree tree = req.parse("^CGCATT", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) return -1;
-    attatchInfo->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row()) {
-        if (f.is("psState"))      attatchInfo->psState = static_cast<uint8_t>(f.number());
-        else if (f.is("csState")) attatchInfo->csState = static_cast<uint8_t>(f.number());
-    }
-    return 0;
+    return AT_QUERY(req, {.name = "^CGCATT", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
+                          .result = &attatchInfo->AtExeResult},
+                    {num("psState", attatchInfo->psState), num("csState", attatchInfo->csState)});
 }
 
 extern "C" int AT_PrefRoam(int CmdType, RoamSwitch* pRoamSwitch) {
     if (!pRoamSwitch) return -1;
     if (CmdType == AT_SET_VALUE) {
         Request req;
-        AT_FORMAT_CMD(req, 640, "at^prefroam = %d", pRoamSwitch->roam);
-        return send_setting(req, pRoamSwitch->AtExeResult);
+        return send_setting(req, AT_FORMAT_CMD(req, 640, "at^prefroam = %d", pRoamSwitch->roam),
+                            pRoamSwitch->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
     Request req{"at^prefroam?", "prefroam:"};
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return -1;
-    // The system table has no "^prefroam" row, so today this query ends here with -1.
-    ParseTree tree = req.parse("^prefroam", AT_FUNCTION_SYSTEM_CFG);
-    if (!tree) return -1;
-    pRoamSwitch->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row())
-        if (f.is("prefroam")) pRoamSwitch->roam = f.number();
-    return 0;
+    // The system table has no "^prefroam" row, so today this query ends with -1 at the parse.
+    return AT_QUERY(req, {.name = "^prefroam", .table = AT_FUNCTION_SYSTEM_CFG, .result = &pRoamSwitch->AtExeResult},
+                    {num("prefroam", pRoamSwitch->roam)});
 }
 
 extern "C" int AT_Srvst(int CmdType, SrvstSet* rsp) {
     if (!rsp || CmdType != AT_SET_VALUE) return -1;
     Request req;
-    AT_FORMAT_CMD(req, 639, "AT^SRVST=%d", rsp->ReportMode);
-    return send_setting(req, rsp->AtExeResult);
+    return send_setting(req, AT_FORMAT_CMD(req, 639, "AT^SRVST=%d", rsp->ReportMode),
+                        rsp->AtExeResult);
 }
 
 extern "C" int AT_Mode(int CmdType, ModeSet* rsp) {
     if (!rsp || CmdType != AT_SET_VALUE) return -1;
     Request req;
-    AT_FORMAT_CMD(req, 640, "AT^MODE=%d", rsp->ReportMode);
-    return send_setting(req, rsp->AtExeResult);
+    return send_setting(req, AT_FORMAT_CMD(req, 640, "AT^MODE=%d", rsp->ReportMode),
+                        rsp->AtExeResult);
 }
 
 extern "C" int AT_SysinfoCommand(StSysinfo* Result) {
     if (!Result) return -1;
     Request req{"AT^SYSINFO", "^SYSINFO"};
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return -1;
-    ParseTree tree = req.parse("^SYSINFO", AT_FUNCTION_SYSTEM_CFG);
-    if (!tree) return -1;
-    Result->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row()) {
-        if (f.is("srv_status"))       Result->srv_status = f.number();
-        else if (f.is("srv_domain"))  Result->srv_domain = f.number();
-        else if (f.is("roam_status")) Result->roam_status = f.number();
-        else if (f.is("sys_mode"))    Result->sys_mode = f.number();
-        else if (f.is("sim_state"))   Result->sim_state = f.number();
-        else if (f.is("lock_state"))  Result->lock_state = f.number();
-        else if (f.is("sys_submode")) Result->submode = f.number();
-    }
-    return 0;
+    return AT_QUERY(req, {.name = "^SYSINFO", .table = AT_FUNCTION_SYSTEM_CFG, .result = &Result->AtExeResult},
+                    {num("srv_status", Result->srv_status), num("srv_domain", Result->srv_domain),
+                     num("roam_status", Result->roam_status), num("sys_mode", Result->sys_mode),
+                     num("sim_state", Result->sim_state), num("lock_state", Result->lock_state),
+                     num("sys_submode", Result->submode)});
 }
 
 extern "C" int AT_SysinfoexCommand(SysinfoEx* Result) {
     if (!Result) return -1;
     Request req{"AT^SYSINFOEX", nullptr};
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return -1;
-    ParseTree tree = req.parse("^SYSINFOEX", AT_FUNCTION_SYSTEM_CFG);
-    if (!tree) return -1;
-    Result->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row()) {
-        if (f.is("srv_status"))        Result->SrvStatus = f.number();
-        else if (f.is("srv_domain"))   Result->SrvDomain = f.number();
-        else if (f.is("roam_status"))  Result->RoamStatus = f.number();
-        else if (f.is("sim_state"))    Result->SimState = f.number();
-        else if (f.is("lock_state"))   Result->SimLockState = f.number();
-        else if (f.is("sysmode"))      Result->SysMode = f.number();
-        else if (f.is("sysmode_name")) copy_text(Result->SysModeName, f.value());
-        else if (f.is("submode"))      Result->SubMode = f.number();
-        else if (f.is("submode_name")) copy_text(Result->SubModeName, f.value());
-    }
-    return 0;
+    return AT_QUERY(req, {.name = "^SYSINFOEX", .table = AT_FUNCTION_SYSTEM_CFG, .result = &Result->AtExeResult},
+                    {num("srv_status", Result->SrvStatus), num("srv_domain", Result->SrvDomain),
+                     num("roam_status", Result->RoamStatus), num("sim_state", Result->SimState),
+                     num("lock_state", Result->SimLockState), num("sysmode", Result->SysMode),
+                     text("sysmode_name", Result->SysModeName), num("submode", Result->SubMode),
+                     text("submode_name", Result->SubModeName)});
 }
 
 extern "C" int AT_RejinfoexCommand(REJECT_INFOEX* Result) {
     if (!Result) return -1;
     Request req{"AT^REJINFO?", "^REJINFO:"};
-    if (int rc = req.exchange()) {
-        ATS_TRACE(ERROR, "AT_RejinfoexCommand GetDataFromAtServer fail\n");
-        return rc;
-    }
-    if (!req.ok()) return -1;
-    ParseTree tree = req.parse("^REJINFO", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) {
-        ATS_TRACE(ERROR, "AT_RejinfoexCommand at_parse_result is null \n");
-        return -1;
-    }
-    Result->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row()) {
-        if (f.is("plmnid"))           copy_text(Result->plmnid, f.value());
-        else if (f.is("srvdomain"))   Result->srvdomain = static_cast<uint32_t>(f.number());
-        else if (f.is("rejectcause")) Result->rejectcause = static_cast<uint32_t>(f.number());
-        else if (f.is("rattype"))     Result->rattype = static_cast<uint32_t>(f.number());
-    }
-    return 0;
+    return AT_QUERY(req,
+                    {.name = "^REJINFO", .table = AT_FUNCTION_NETWORK_CFG, .result = &Result->AtExeResult,
+                     .exchange_failed = {ATS_TRACE_ERROR, "AT_RejinfoexCommand GetDataFromAtServer fail\n"},
+                     .parse_failed = {ATS_TRACE_ERROR, "AT_RejinfoexCommand at_parse_result is null \n"}},
+                    {text("plmnid", Result->plmnid), num("srvdomain", Result->srvdomain),
+                     num("rejectcause", Result->rejectcause), num("rattype", Result->rattype)});
 }
 
 extern "C" int AT_RejInfoEx(REJECT_INFOEX* Result) {
@@ -249,19 +202,10 @@ extern "C" int AT_Cellroam(StRoamInfo* roam) {
         return -1;
     }
     Request req{"AT^CELLROAM?", "^CELLROAM", atapi::kQuickTimeout};
-    if (req.exchange() != 0) {
-        ATS_TRACE(INFO, "AT^Cellroam error......\n");
-        return -1;
-    }
-    if (!req.ok()) return req.map_error(roam->AtExeResult);
-    ParseTree tree = req.parse("^CELLROAM", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) return -1;
-    for (Field f : tree.row()) {
-        if (f.is("cell_roam_state")) atapi::store_enum(roam->state, f.number());
-        else if (f.is("rat"))        roam->rat = f.number();
-    }
-    roam->AtExeResult = AT_CMD_RES_SUCCESS;
-    return 0;
+    return AT_QUERY(req,
+                    {.name = "^CELLROAM", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
+                     .result = &roam->AtExeResult, .exchange_failed = {ATS_TRACE_INFO, "AT^Cellroam error......\n"}},
+                    {num("cell_roam_state", roam->state), num("rat", roam->rat)});
 }
 
 // ---- The system information cache --------------------------------------------------------------

@@ -9,24 +9,18 @@ constexpr char kTraceSource[] = "src/ats_network";
 #include "frame.h"
 
 using atapi::Field;
+using atapi::num;
+using atapi::OnError;
 using atapi::ParseTree;
 using atapi::Request;
+using atapi::text;
 
 extern "C" int AT_Csq(AT_CSQ_ST* pResult) {
     if (!pResult) return -1;
     Request req{"AT+CSQ", "+CSQ", atapi::kQuickTimeout};
-    if (int rc = req.exchange()) {
-        ATS_TRACE(INFO, "[AT_Csq]get data failed!\n");
-        return rc;
-    }
-    if (!req.ok()) return -1;
-    ParseTree tree = req.parse("+CSQ", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) return -1;
-    for (Field f : tree.row()) {
-        if (f.is("rssi")) pResult->rssi = static_cast<unsigned int>(f.number());
-        else if (f.is("ber")) pResult->ber = static_cast<unsigned int>(f.number());
-    }
-    return 0;
+    return AT_QUERY(req, {.name = "+CSQ", .table = AT_FUNCTION_NETWORK_CFG,
+                          .exchange_failed = {ATS_TRACE_INFO, "[AT_Csq]get data failed!\n"}},
+                    {num("rssi", pResult->rssi), num("ber", pResult->ber)});
 }
 
 extern "C" int AT_Csq_Test(AT_CSQ_TEST_ST* pResult) {
@@ -47,18 +41,15 @@ extern "C" int AT_Rssi(StRssiInfo* rssi_res) {
     // No command: the AT server answers with the last ^RSSI report it holds.
     Request req{nullptr, nullptr, atapi::kDefaultTimeout};
     req.stored_report(AT_REPORT_RSSI_REQ);
-    if (req.exchange() != 0 || !req.ok()) return -1;
-    ParseTree tree = req.parse("^RSSI", AT_FUNCTION_INITIATIVE_REPORT, AT_OPERATION_TYPE_OTHER);
-    if (!tree) return -1;
-    if (Field f = tree.row().find("rssi")) AT_FORMAT_TEXT(rssi_res->rssi, f.value());
-    return 0;
+    return AT_QUERY(req, {.name = "^RSSI", .table = AT_FUNCTION_INITIATIVE_REPORT, .op = AT_OPERATION_TYPE_OTHER},
+                    {text("rssi", rssi_res->rssi)});
 }
 
 extern "C" int AT_Rssi_Without_Magic(void) {
     Request req{atapi::kDefaultTimeout};
     ATS_TRACE(INFO, "AT_Rssi_Without_Magic set enter GetDataFromAtServer before\n");
     // The report always stays off: callers cannot switch it on here.
-    AT_FORMAT_CMD(req, 639, "AT^RSSI=%d", 0);
+    if (!AT_FORMAT_CMD(req, 639, "AT^RSSI=%d", 0)) return -1;
     int rc = req.exchange();
     ATS_TRACE(INFO, "AT_Rssi_Without_Magic set GetDataFromAtServer after\n");
     if (rc) return rc;
@@ -70,7 +61,7 @@ extern "C" int AT_Rssi_Without_Magic(void) {
 extern "C" int AT_Rssi_With_Magic(int imagic) {
     Request req{atapi::kDefaultTimeout};
     ATS_TRACE(INFO, "AT_Rssi_With_Magic set enter GetDataFromAtServer before\n");
-    AT_FORMAT_CMD(req, 639, "AT^RSSI+%d=%d", imagic, 0);
+    if (!AT_FORMAT_CMD(req, 639, "AT^RSSI+%d=%d", imagic, 0)) return -1;
     int rc = req.exchange();
     ATS_TRACE(INFO, "AT_Rssi_With_Magic set GetDataFromAtServer after\n");
     if (rc) return rc;
@@ -134,63 +125,31 @@ extern "C" int AT_Hcsq(HCSQ_STATUS* hcsq) {
 extern "C" int AT_Cerssi(int CmdType, CerssiRsp* rsp) {
     if (!rsp || CmdType != AT_CHECK_VALUE) return -1;
     Request req{"AT^CERSSI?", "^CERSSI:", atapi::kDefaultTimeout};
-    if (int rc = req.exchange()) {
-        ATS_TRACE(ERROR, "AT_Cerssi GetDataFromAtServer failed\n");
-        return rc;
-    }
-    if (!req.ok()) return req.map_error(rsp->AtExeResult);
-    ParseTree tree = req.parse("^CERSSI", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) {
-        ATS_TRACE(ERROR, "AT_Cerssi NULL == at_parse_result\n");
-        return -1;
-    }
-    rsp->AtExeResult = AT_CMD_RES_SUCCESS;
-    const struct {
-        const char* name;
-        int* field;
-    } fields[] = {
-        {"n",     &rsp->n},     {"m",     &rsp->m},    {"rssi", &rsp->rssi}, {"rscp", &rsp->rscp},
-        {"ecio",  &rsp->ecio},  {"rsrp",  &rsp->rsrp}, {"rsrq", &rsp->rsrq}, {"rssnr", &rsp->rssnr},
-        {"ri",    &rsp->ri},    {"cqi0",  &rsp->cqi0}, {"cqi1", &rsp->cqi1},
-    };
-    for (Field f : tree.row())
-        for (const auto& x : fields)
-            if (f.is(x.name)) *x.field = f.number();
-    return 0;
+    return AT_QUERY(req,
+                    {.name = "^CERSSI", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
+                     .result = &rsp->AtExeResult,
+                     .exchange_failed = {ATS_TRACE_ERROR, "AT_Cerssi GetDataFromAtServer failed\n"},
+                     .parse_failed = {ATS_TRACE_ERROR, "AT_Cerssi NULL == at_parse_result\n"}},
+                    {num("n", rsp->n), num("m", rsp->m), num("rssi", rsp->rssi), num("rscp", rsp->rscp),
+                     num("ecio", rsp->ecio), num("rsrp", rsp->rsrp), num("rsrq", rsp->rsrq), num("rssnr", rsp->rssnr),
+                     num("ri", rsp->ri), num("cqi0", rsp->cqi0), num("cqi1", rsp->cqi1)});
 }
 
 extern "C" int AT_Rsrp(AT_RSRP_STRU* rsrp_info) {
     if (!rsrp_info) return -1;
     Request req{"AT^LTERSRP?", "^LTERSRP", atapi::kDefaultTimeout};
-    if (int rc = req.exchange()) {
-        ATS_TRACE(INFO, "[AT_Rsrp]get data failed ---------------->AT_Rsrp!\n");
-        return rc;
-    }
-    // Callers have always seen success here and clear the record themselves.
-    if (!req.ok()) return 0;
-    ParseTree tree = req.parse("^LTERSRP", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) return -1;
-    rsrp_info->AtExeResult = AT_CMD_RES_SUCCESS;
-    for (Field f : tree.row()) {
-        if (f.is("rsrp")) AT_FORMAT_TEXT(rsrp_info->rsrp, f.value());
-        else if (f.is("rsrq")) AT_FORMAT_TEXT(rsrp_info->rsrq, f.value());
-    }
-    return 0;
+    // An error reply counts as success: callers have always seen it so and clear the record themselves.
+    return AT_QUERY(req,
+                    {.name = "^LTERSRP", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::accept,
+                     .result = &rsrp_info->AtExeResult,
+                     .exchange_failed = {ATS_TRACE_INFO, "[AT_Rsrp]get data failed ---------------->AT_Rsrp!\n"}},
+                    {text("rsrp", rsrp_info->rsrp), text("rsrq", rsrp_info->rsrq)});
 }
 
 extern "C" int AT_Csnr(CsnrRsp* rsp) {
     if (!rsp) return -1;
     Request req{"AT^CSNR?", "^CSNR:", atapi::kDefaultTimeout};
-    if (req.exchange() != 0 || !req.ok()) return -1;
-    ParseTree tree = req.parse("^CSNR", AT_FUNCTION_NETWORK_CFG);
-    if (!tree) return -1;
-    rsp->AtExeResult = AT_CMD_RES_SUCCESS;
     // The reply template names rscp and ecio only, so sinr keeps the caller's value.
-    for (Field f : tree.row()) {
-        if (f.is("rscp")) rsp->rscp = f.number();
-        else if (f.is("ecio")) rsp->ecio = f.number();
-        else if (f.is("sinr")) rsp->sinr = f.number();
-        else break;
-    }
-    return 0;
+    return AT_QUERY(req, {.name = "^CSNR", .table = AT_FUNCTION_NETWORK_CFG, .result = &rsp->AtExeResult},
+                    {num("rscp", rsp->rscp), num("ecio", rsp->ecio)});
 }

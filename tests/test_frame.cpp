@@ -1,9 +1,11 @@
 // The command frame on its own: what a request puts on the wire, how it is cut and wiped, how
 // error replies map into a result field, and how a parse tree is walked and released.
+#include <functional>
 #include <new>
 #include <tuple>
 
 #include "test_network_support.h"
+#include "trace_capture.h"
 
 constexpr char kTraceSource[] = "tests/test_frame";
 #include "frame.h"
@@ -33,17 +35,59 @@ TEST(Frame, HeaderVariants) {
     }
 }
 
-TEST(Frame, TextsAreCutToTheirFields) {
+TEST(Frame, FixedTextsAreCutToTheirFields) {
     const std::string cmd = "AT+" + std::string(700, 'C'), match = "+" + std::string(100, 'M');
     FakeAtServer ats;
-    ats.reply(ok()).reply(ok());
+    ats.reply(ok());
     atapi::Request fixed{cmd.c_str(), match.c_str()};
     ASSERT_EQ(fixed.exchange(), 0);
     expect_wire(ats.last(), {cmd.substr(0, 639), match.substr(0, 63), 30});
-    atapi::Request formatted;
-    EXPECT_EQ(AT_FORMAT_CMD(formatted, 639, "%s", cmd.c_str()), -1);  // the cut is reported
-    ASSERT_EQ(formatted.exchange(), 0);
-    expect_wire(ats.last(), {cmd.substr(0, 639), "", 30});
+}
+
+// A formatted line is sent only when it is whole and no caller's text can end it, chain a second
+// command or leave its quotes; the refusal never shows the argument.
+TEST(Frame, FormattedLinesAreWholeAndSafe) {
+    const std::string fits(639 - 3, 'x'), too_long(640 - 3, 'x');
+    // what, format result, the line it leaves ("" when refused)
+    const std::tuple<const char*, std::function<bool(atapi::Request&)>, std::string> cases[] = {
+        {"quoted text",             [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\",%d", "internet", 1); }, "AT+X=\"internet\",1"},
+        {"semicolon inside quotes", [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\"", "a;b"); }, "AT+X=\"a;b\""},
+        {"UTF-8 inside quotes",     [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\"", "caf\xc3\xa9"); }, "AT+X=\"caf\xc3\xa9\""},
+        {"null text is empty",      [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=1,,\"%s\"", static_cast<const char*>(nullptr)); }, "AT+X=1,,\"\""},
+        {"quote leaves the quotes", [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\"", "a\";+CFUN=0;\""); }, ""},
+        {"CR ends the line",        [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\"", "a\rAT+CFUN=0"); }, ""},
+        {"LF",                      [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\"", "a\n"); }, ""},
+        {"Ctrl-Z",                  [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\"", "a\x1a"); }, ""},
+        {"ESC",                     [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=\"%s\"", "\x1b"); }, ""},
+        {"bare text",               [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%s", "1.2.3.4"); }, "AT+X=1.2.3.4"},
+        {"bare text chains",        [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%s", "1;+CFUN=0"); }, ""},
+        {"bare text with CR",       [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%d,%s", 1, "1\r"); }, ""},
+        {"control character by %c", [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%c", '\r'); }, ""},
+        {"digit character by %c",   [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%c", '2'); }, "AT+X=2"},
+        {"fits exactly",            [&](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+%s", fits.c_str()); }, "AT+" + fits},
+        {"one too long",            [&](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+%s", too_long.c_str()); }, ""},
+        {"count below the field",   [](auto& r) { return AT_FORMAT_CMD(r, 5, "AT+X=%d", 100); }, ""},
+        {"appended piece",          [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%d", 1) && AT_APPEND_CMD(r, ",\"%s\"", "m"); }, "AT+X=1,\"m\""},
+        {"appended quote",          [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%d", 1) && AT_APPEND_CMD(r, ",\"%s\"", "\""); }, ""},
+        {"body after CR is raw",    [](auto& r) { return AT_FORMAT_CMD_WITH_BODY(r, 639, "AT+X=%d\r%s%c", 3, "0A;\"", 26); }, "AT+X=3\r0A;\"\x1a"},
+        {"command part is checked", [](auto& r) { return AT_FORMAT_CMD_WITH_BODY(r, 639, "AT+X=%s\r%s%c", "1;", "0A", 26); }, ""},
+    };
+    for (const auto& [what, format, line] : cases) {
+        SCOPED_TRACE(what);
+        clear_traces();
+        atapi::Request req;
+        EXPECT_EQ(format(req), !line.empty());
+        EXPECT_EQ(std::string(req.cmd_field()), line);
+        EXPECT_EQ(req.msg().snd_rcv_msg.smsg.len, 0);
+        for (const auto& t : traces()) {
+            EXPECT_EQ(t.text.find("CFUN"), std::string::npos);
+        }
+        EXPECT_EQ(has_trace("command line refused, nothing sent"), line.empty());
+    }
+    // A body that does not fit is cut and the line still goes: the modem refuses the message.
+    atapi::Request body;
+    EXPECT_TRUE(AT_FORMAT_CMD_WITH_BODY(body, 639, "AT+X=%d\r%s%c", 1, too_long.c_str(), 26));
+    EXPECT_EQ(std::string(body.cmd_field()).size(), 639u);
 }
 
 // A report that fills its field to the last byte is still read as a terminated text.
