@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "atapi.h"
 
@@ -40,6 +41,35 @@ TEST(Utils, SeparatorsOutsideQuotes) {
     EXPECT_EQ(count_separator(nullptr, ","), 0);
     EXPECT_EQ(count_separator("a,b", nullptr), 0);
     EXPECT_EQ(get_next_seperator(nullptr, ','), nullptr);
+}
+
+TEST(Utils, ManyLineReplySplit) {
+    const std::string long_tail = "^P:" + std::string(600, 't');
+    struct Case {
+        std::string text;
+        int capacity;
+        std::vector<std::string> pieces;
+    } cases[] = {
+        {"^P:1\r\n^P:2\r\n^P:3", 8, {"^P:1\r\n", "^P:2\r\n", "^P:3"}},
+        {"head ^P:1", 8, {"head ", "^P:1"}},                 // text before the first marker
+        {"^P:1^P:2^P:3", 2, {"^P:1", "^P:2"}},               // capacity reached
+        {"", 4, {}},
+        {"^P:1", 0, {}},
+        {long_tail, 4, {long_tail.substr(0, 511)}},          // the last piece keeps 511 characters
+        {"^P:" + std::string(600, 'm') + "^P:2", 4, {"^P:" + std::string(600, 'm'), "^P:2"}},
+    };
+    for (const Case& c : cases) {
+        std::vector<char*> out(static_cast<size_t>(c.capacity) + 1, nullptr);
+        int n = c.capacity;
+        std::string text = c.text;
+        get_substring(text.data(), out.data(), &n, const_cast<char*>("^P"));
+        std::vector<std::string> got(out.begin(), out.begin() + n);
+        EXPECT_EQ(got, c.pieces) << c.text.substr(0, 20);
+        reslease_substring(out.data(), n);
+    }
+    int n = 3;
+    get_substring(nullptr, nullptr, &n, const_cast<char*>("^P"));
+    EXPECT_EQ(n, 3);
 }
 
 TEST(Utils, HexConversions) {

@@ -192,6 +192,14 @@ int parse_sms_cmgr_at_str(AtCmdParse** result, const char* parse_contrast_str, c
 int parse_eons_at_str(AtCmdParse** result, const char* parse_contrast_str, char* at_value_str,
                       char* at_name);
 
+/* Splits a many-line reply at each occurrence of `iden` (looked for after the first character
+ * of the current piece): *number holds the capacity of parray on entry and the number of pieces
+ * stored on return. Each piece is a heap string; the last one is kept in a 512-byte block (at
+ * most 511 characters). Null arguments do nothing. reslease_substring frees the first `number`
+ * pieces. */
+void get_substring(char* psource, char** parray, int* number, char* iden);
+void reslease_substring(char** parray, int number);
+
 /* ---------------------------------------------------------------------------------------------
  * Text and number helpers. None allocates; all accept null as stated.
  * --------------------------------------------------------------------------------------------- */
