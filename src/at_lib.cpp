@@ -3,14 +3,19 @@
 // The AT server's pid and queue ids are process-wide plain integers shared by every calling
 // thread without a lock; they are read and written through relaxed atomic references so that
 // concurrent first calls are race-free without costing a lock on every exchange.
+#include <sys/msg.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "atapi/link.h"
+#include "run_dir.h"
 
 constexpr char kTraceSource[] = "src/at_lib";
 #include "trace.h"
@@ -80,14 +85,88 @@ int reply_wait_ms(int32_t time_out_s) {
     return ms > INT_MAX ? INT_MAX : (ms < INT_MIN ? INT_MIN : static_cast<int>(ms));
 }
 
+// How one exchange with the server the cached ids name ended.
+enum class Outcome { done, failed, stale };
+
+bool queue_gone(ATS_QUEUE q) {
+    struct msqid_ds ds {};
+    return msgctl(q, IPC_STAT, &ds) != 0 && (errno == EINVAL || errno == EIDRM);
+}
+
+// The pid file holds a pid that someone may have forged or that a stopped server left behind
+// for the system to reuse. The exchange raises privileges, so before that pid is signalled it
+// must be shown to be the process that serves these queues: the request queue's last receiver,
+// the reply queue's last sender, or the pid of a pid file that only the queues' creator can
+// write.
+bool serves_queues(int pid, ATS_QUEUE rcv_q, ATS_QUEUE snd_q) {
+    struct msqid_ds rq {};
+    if (msgctl(rcv_q, IPC_STAT, &rq) != 0) return false;
+    if (pid == rq.msg_lrpid) return true;
+    struct msqid_ds sq {};
+    if (msgctl(snd_q, IPC_STAT, &sq) == 0 && pid == sq.msg_lspid) return true;
+    const std::string pid_file = atapi::run_dir() + "/pidfile/atserver.pid";
+    struct stat st {};
+    if (lstat(pid_file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    return (st.st_uid == rq.msg_perm.cuid || st.st_uid == 0) && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+Outcome exchange_once(msg_q* msg_buf) {
+    if (get_ats_queue_id() == -1) return Outcome::failed;
+    const ATS_QUEUE rcv_q = load(g_ats_lib_rcv_mq_id);
+    const ATS_QUEUE snd_q = load(g_ats_lib_snd_mq_id);
+    const int server = std::atomic_ref<int>(g_ats_lib_task_id).load(std::memory_order_acquire);
+    if (!serves_queues(server, rcv_q, snd_q)) {
+        ATS_TRACE(ERROR, "Error: process %d does not serve the AT server's queues\n", server);
+        return Outcome::stale;
+    }
+
+    msg_buf->seq = send_msg_id.fetch_add(1, std::memory_order_relaxed);
+    // A request this thread left behind after an earlier failure must not be answered now, and a
+    // reply already waiting for this thread id belongs to an earlier thread that had the same id.
+    clear_msg_from_queue(rcv_q, msg_buf->client_id);
+    clear_msg_from_queue(snd_q, msg_buf->client_id);
+
+    int retcode = 0;
+    if (send_to_msgqueue(rcv_q, msg_buf, &retcode) == -1) {
+        ATS_TRACE(INFO, "Error: send message failed\n");
+        return queue_gone(rcv_q) ? Outcome::stale : Outcome::failed;
+    }
+    if (ATS_event_send(server, kAtServerEvent) != ATS_TRUE) {
+        ATS_TRACE(INFO, "Error: send event failed\n");
+        return Outcome::failed;
+    }
+    // Nothing of the command text may be read back as report text.
+    memset_s(&msg_buf->snd_rcv_msg, AT_MSG_UNION_SIZE, 0, AT_MSG_UNION_SIZE);
+    const int result = read_from_msgqueue(snd_q, msg_buf, 1, &retcode);
+    // A forged reply need not be terminated within its fields.
+    msg_buf->snd_rcv_msg.rmsg.at_match_str[AT_MATCH_STR_LEN - 1] = '\0';
+    msg_buf->snd_rcv_msg.rmsg.at_report_str[AT_REPORT_STR_LEN - 1] = '\0';
+    ATS_TRACE(INFO, "Ret_val is %d ,report is ***, match is %s \n", msg_buf->snd_rcv_msg.rmsg.ret_val,
+              msg_buf->snd_rcv_msg.rmsg.at_match_str);
+    return result == 0 ? Outcome::done : Outcome::failed;
+}
+
+// Thread ids are positive; 0 would receive any message of the queue, a negative id any message
+// of a lower type.
+bool valid_client(const msg_q* msg_buf) {
+    if (msg_buf->client_id > 0) return true;
+    ATS_TRACE(ERROR, "Error: client id %ld refused\n", static_cast<long>(msg_buf->client_id));
+    return false;
+}
+
 }  // namespace
 
 extern "C" {
 
 int GetDataFromAtServer(msg_q* msg_buf) {
     RootPrivileges root;
-    if (msg_buf == nullptr) return -1;
-    if (check_ats_id() == 0) return read_data_from_atsrv_proc(msg_buf);
+    if (msg_buf == nullptr || !valid_client(msg_buf)) return -1;
+    if (check_ats_id() == 0) {
+        const Outcome first = exchange_once(msg_buf);
+        if (first != Outcome::stale) return first == Outcome::done ? 0 : -1;
+        // The cached pid lives but no longer serves these queues (a restarted server left it to be
+        // reused, or its queues are gone): find the server again, once.
+    }
 
     // First use, or the AT server died or restarted: a restarted server has new queues too.
     // The new queue ids are stored before the new pid is published, so that another thread
@@ -101,33 +180,12 @@ int GetDataFromAtServer(msg_q* msg_buf) {
     store(g_ats_lib_rcv_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_RECV));
     store(g_ats_lib_snd_mq_id, ATS_get_msgQ_id(ATS_QUEUE_ID_SEND));
     publish_task_id(id);
-    return read_data_from_atsrv_proc(msg_buf);
+    return exchange_once(msg_buf) == Outcome::done ? 0 : -1;
 }
 
 int read_data_from_atsrv_proc(msg_q* msg_buf) {
-    if (msg_buf == nullptr || get_ats_queue_id() == -1) return -1;
-    const ATS_QUEUE rcv_q = load(g_ats_lib_rcv_mq_id);
-    const ATS_QUEUE snd_q = load(g_ats_lib_snd_mq_id);
-
-    msg_buf->seq = send_msg_id.fetch_add(1, std::memory_order_relaxed);
-    // A request this thread left behind after an earlier failure must not be answered now.
-    clear_msg_from_queue(rcv_q, msg_buf->client_id);
-
-    int retcode = 0;
-    if (send_to_msgqueue(rcv_q, msg_buf, &retcode) == -1) {
-        ATS_TRACE(INFO, "Error: send message failed\n");
-        return -1;
-    }
-    if (ATS_event_send(load(g_ats_lib_task_id), kAtServerEvent) != ATS_TRUE) {
-        ATS_TRACE(INFO, "Error: send event failed\n");
-        return -1;
-    }
-    // Nothing of the command text may be read back as report text.
-    memset_s(&msg_buf->snd_rcv_msg, AT_MSG_UNION_SIZE, 0, AT_MSG_UNION_SIZE);
-    const int result = read_from_msgqueue(snd_q, msg_buf, 1, &retcode);
-    ATS_TRACE(INFO, "Ret_val is %d ,report is ***, match is %s \n", msg_buf->snd_rcv_msg.rmsg.ret_val,
-              msg_buf->snd_rcv_msg.rmsg.at_match_str);
-    return result;
+    if (msg_buf == nullptr || !valid_client(msg_buf)) return -1;
+    return exchange_once(msg_buf) == Outcome::done ? 0 : -1;
 }
 
 int send_to_msgqueue(ATS_QUEUE qid, msg_q* pmsg, int* retcode) {

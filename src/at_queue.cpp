@@ -5,6 +5,7 @@
 // through a kernel-shaped copy: the bytes that travel on a queue are the target's everywhere.
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -58,15 +59,44 @@ bool kernel_send(ATS_QUEUE qid, const void* msg, unsigned length, int flags) {
 int kernel_recv(ATS_QUEUE qid, void* msg, unsigned maxLength, long type, int flags) {
     const size_t text = maxLength - kTypeBytes;
     KernelMsg km(text);
-    ssize_t n = msgrcv(qid, km.data(), text, type, flags);
-    if (n >= 0) {
-        int saved = errno;
-        int32_t t = static_cast<int32_t>(km.type());
-        std::memcpy(msg, &t, kTypeBytes);
-        std::memcpy(static_cast<unsigned char*>(msg) + kTypeBytes, km.text(), static_cast<size_t>(n));
-        errno = saved;
+    for (;;) {
+        ssize_t n = msgrcv(qid, km.data(), text, type, flags);
+        if (n < 0 && errno == E2BIG) {
+            // A message longer than any record would stay at the head of its type for good and
+            // hold back every message behind it: it is taken off and dropped.
+            msgrcv(qid, km.data(), text, type, flags | IPC_NOWAIT | MSG_NOERROR);
+            ATS_TRACE(ERROR, "Error! dropped an over-long message of type %ld from queue %d\n", km.type(), qid);
+            continue;
+        }
+        if (n >= 0) {
+            int saved = errno;
+            int32_t t = static_cast<int32_t>(km.type());
+            std::memcpy(msg, &t, kTypeBytes);
+            std::memcpy(static_cast<unsigned char*>(msg) + kTypeBytes, km.text(), static_cast<size_t>(n));
+            errno = saved;
+        }
+        return static_cast<int>(n);
     }
-    return static_cast<int>(n);
+}
+
+// One poll step of 10 ms. A signal that cuts the sleep short does not shorten the step, so that a
+// caller's time limit is kept whatever signals its thread receives.
+void sleep_step() {
+    timespec until{};
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_nsec += kPollStepMs * 1000000L;
+    if (until.tv_nsec >= 1000000000L) {
+        until.tv_nsec -= 1000000000L;
+        ++until.tv_sec;
+    }
+    int rc = usleep(kPollStepMs * 1000);
+    while (rc != 0 && errno == EINTR) {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        const long long left_us = (until.tv_sec - now.tv_sec) * 1000000LL + (until.tv_nsec - now.tv_nsec) / 1000;
+        if (left_us <= 0) break;
+        rc = usleep(static_cast<useconds_t>(left_us));
+    }
 }
 
 key_t queue_key(int queue_identify) { return ftok(atapi::run_dir().c_str(), queue_identify); }
@@ -92,7 +122,12 @@ int timed_recv(Variant v, ATS_QUEUE qid, void* msg, unsigned maxLength, int time
                 ATS_TRACE(ERROR, "Error! in ATS_msgQ_recv, msgqid < 0. errno = %s\n", strerror(errno));
             return -1;
         }
-        usleep(kPollStepMs * 1000);
+        if (last == -1 && (errno == EIDRM || errno == EINVAL)) {
+            // The queue was removed: nothing can arrive on it any more.
+            ATS_TRACE(ERROR, "Error! queue %d is gone. errno = %s\n", qid, strerror(errno));
+            return -1;
+        }
+        sleep_step();
         remaining -= kPollStepMs;
     }
     return v == Variant::ex ? -1 : last;

@@ -1,5 +1,9 @@
 // The request exchange against the scripted fake AT server, over real queues.
 #include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/msg.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -241,6 +245,129 @@ TEST_F(Exchange, ThreadsRacingThroughARestartUseTheNewQueues) {
     EXPECT_EQ(failures.load(), 0);
 }
 
+// A child that a stray SIGUSR1 would kill: it stands for an unrelated process.
+pid_t spawn_bystander() {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        for (;;) pause();
+    }
+    return pid;
+}
+
+bool alive_and_reap(pid_t pid) {
+    const bool alive = waitpid(pid, nullptr, WNOHANG) == 0;
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return alive;
+}
+
+// A reply left for this thread id (a thread of a process that is gone had it) is not the answer.
+TEST_F(Exchange, LeftoverReplyForTheSameThreadIdIsNotTheAnswer) {
+    ats.respond([](const Request& r) { return ok("fresh " + r.cmd); });
+    msg_q first = request("AT+ONE");
+    ASSERT_EQ(GetDataFromAtServer(&first), 0);
+    msg_q leftover = request("");
+    leftover.seq = first.seq + 1;  // the number the next request will carry
+    ATS_strncpy_s(leftover.snd_rcv_msg.rmsg.at_report_str, AT_REPORT_STR_LEN, "leftover", 8);
+    leftover.snd_rcv_msg.rmsg.ret_val = AT_CMD_OK;
+    ASSERT_EQ(ATS_msgQex_send(ats.reply_queue(), &leftover, sizeof leftover, 0), ATS_TRUE);
+    msg_q m = request("AT+TWO");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    EXPECT_STREQ(m.snd_rcv_msg.rmsg.at_report_str, "fresh AT+TWO");
+}
+
+// The server restarted and the pid the library cached now names an unrelated process: the
+// library finds the new server and never signals the other process.
+TEST_F(Exchange, RestartedServerWhoseOldPidWasReused) {
+    ats.respond([](const Request&) { return ok("served"); });
+    msg_q m = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    ats.restart();
+    const pid_t other = spawn_bystander();
+    g_ats_lib_task_id = other;  // as if the old server's pid had been reused
+    msg_q m2 = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m2), 0);
+    EXPECT_STREQ(m2.snd_rcv_msg.rmsg.at_report_str, "served");
+    EXPECT_EQ(g_ats_lib_task_id, ats.pid());
+    EXPECT_TRUE(alive_and_reap(other));
+}
+
+// A pid file that others may write names an unrelated process: it is not signalled.
+TEST_F(Exchange, ForgedPidFileIsNotSignalled) {
+    const pid_t other = spawn_bystander();
+    std::ofstream(ats.pid_file()) << other << "\n";
+    chmod(ats.pid_file().c_str(), 0666);
+    msg_q m = request("AT", "", 1);
+    EXPECT_EQ(GetDataFromAtServer(&m), -1);
+    EXPECT_EQ(ats.count(), 0u);
+    EXPECT_TRUE(has_trace("does not serve the AT server's queues"));
+    EXPECT_TRUE(alive_and_reap(other));
+}
+
+TEST_F(Exchange, RemovedReplyQueueEndsTheWait) {
+    ats.reply(silent());
+    std::thread remover([this] {
+        ats.wait_for_requests(1);
+        ATS_msgQ_delete(ats.reply_queue());
+    });
+    msg_q m = request("AT", "", 20);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(GetDataFromAtServer(&m), -1);
+    remover.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);  // not the 20 s of the time limit
+}
+
+// A message too long for any record, of the caller's own type, does not hold back its reply.
+TEST_F(Exchange, OverLongMessageOfTheCallersTypeIsDropped) {
+    ats.respond([](const Request&) { return ok("answer"); });
+    msg_q warm = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&warm), 0);
+    std::vector<char> big(sizeof(long) + 3000, 'x');
+    const long type = static_cast<long>(syscall(SYS_gettid));
+    std::memcpy(big.data(), &type, sizeof type);
+    ASSERT_EQ(msgsnd(ats.reply_queue(), big.data(), big.size() - sizeof(long), IPC_NOWAIT), 0);
+    msg_q m = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    EXPECT_STREQ(m.snd_rcv_msg.rmsg.at_report_str, "answer");
+}
+
+// Signals that cut the poll's sleep short do not shorten the caller's time limit.
+TEST_F(Exchange, SignalsDoNotShortenTheWait) {
+    struct sigaction sa {}, old {};
+    sa.sa_handler = [](int) {};
+    sigaction(SIGUSR2, &sa, &old);  // no SA_RESTART: each signal interrupts the sleep
+    ats.reply(silent());
+    std::atomic<bool> done{false};
+    const pthread_t waiter = pthread_self();
+    std::thread pest([&] {
+        while (!done) {
+            pthread_kill(waiter, SIGUSR2);
+            std::this_thread::sleep_for(2ms);
+        }
+    });
+    msg_q m = request("AT", "", 1);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(GetDataFromAtServer(&m), -1);
+    const auto waited = std::chrono::steady_clock::now() - start;
+    done = true;
+    pest.join();
+    sigaction(SIGUSR2, &old, nullptr);
+    EXPECT_GE(waited, 950ms);
+}
+
+// A forged reply whose texts fill their fields without a terminator is read within them.
+TEST_F(Exchange, UnterminatedReplyTextsStayInTheirFields) {
+    Reply r = ok();
+    r.raw_match = std::string(AT_MATCH_STR_LEN, 'M');
+    r.raw = std::string(AT_REPORT_STR_LEN, 'R');
+    ats.reply(r);
+    msg_q m = request("AT");
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    EXPECT_EQ(strlen(m.snd_rcv_msg.rmsg.at_match_str), size_t(AT_MATCH_STR_LEN - 1));
+    EXPECT_EQ(strlen(m.snd_rcv_msg.rmsg.at_report_str), size_t(AT_REPORT_STR_LEN - 1));
+    EXPECT_TRUE(has_trace("match is " + std::string(AT_MATCH_STR_LEN - 1, 'M') + " \n"));
+}
+
 TEST(ClearQueue, RemovesOnlyTheThreadsMessages) {
     FakeAtServer ats;  // for a private run directory; its queues are not used here
     clear_traces();
@@ -255,6 +382,30 @@ TEST(ClearQueue, RemovesOnlyTheThreadsMessages) {
     EXPECT_EQ(ATS_msgQ_num(q), 1);
     EXPECT_EQ(count_trace("in clear_msg_from_queue, Error: Read a mtype=300 msg!\n"), 3u);
     ATS_msgQ_delete(q);
+}
+
+// Message type 0 would take any client's message off a queue: such ids are refused before any
+// queue is touched.
+TEST(BadClientId, IsRefusedBeforeAnyQueueIsTouched) {
+    RunDir dir;
+    ASSERT_TRUE(dir.ok());
+    std::filesystem::create_directories(dir / "pidfile");
+    std::ofstream(dir / "pidfile/atserver.pid") << getpid() << "\n";
+    ATS_QUEUE rq = ATS_msgQ_create(2, 10, 1600);
+    ATS_QUEUE sq = ATS_msgQ_create(1, 10, 1600);
+    msg_q other{};
+    other.client_id = 1;  // another client's request, not yet taken by the server
+    ASSERT_EQ(ATS_msgQex_send(rq, &other, sizeof other, 0), ATS_TRUE);
+    forget_server();
+    for (int32_t id : {0, -5}) {
+        msg_q m = request("AT");
+        m.client_id = id;
+        EXPECT_EQ(GetDataFromAtServer(&m), -1) << id;
+        EXPECT_EQ(read_data_from_atsrv_proc(&m), -1) << id;
+    }
+    EXPECT_EQ(ATS_msgQ_num(rq), 1);
+    ATS_msgQ_delete(rq);
+    ATS_msgQ_delete(sq);
 }
 
 // A full request queue fails the send at once.

@@ -84,6 +84,8 @@ void FakeAtServer::start() {
     if (rcv_q_ == -1 || snd_q_ == -1) ADD_FAILURE() << "fake AT server: cannot create queues in " << run_dir_.path();
     pid_ = spawn_stand_in();
     std::ofstream(pid_file()) << pid_ << "\n";
+    // Only its owner may write it, as a real server's: the library trusts no other pid file.
+    chmod(pid_file().c_str(), 0644);
     {
         std::lock_guard lk(mu_);
         stopping_ = false;
@@ -232,8 +234,12 @@ void FakeAtServer::answer(const Request& req, const Reply& r, int reply_q) {
     rep.at_mutil = req.at_mutil;
     rep.time_out = req.time_out;
     rsp_msg& out = rep.snd_rcv_msg.rmsg;
-    const std::string match = r.match.value_or(req.match);
-    std::memcpy(out.at_match_str, match.data(), std::min(match.size(), size_t(AT_MATCH_STR_LEN - 1)));
+    if (r.raw_match) {
+        std::memcpy(out.at_match_str, r.raw_match->data(), std::min(r.raw_match->size(), size_t(AT_MATCH_STR_LEN)));
+    } else {
+        const std::string match = r.match.value_or(req.match);
+        std::memcpy(out.at_match_str, match.data(), std::min(match.size(), size_t(AT_MATCH_STR_LEN - 1)));
+    }
     if (r.raw) {
         std::memcpy(out.at_report_str, r.raw->data(), std::min(r.raw->size(), size_t(AT_REPORT_STR_LEN)));
     } else {

@@ -38,6 +38,7 @@ struct Reply {
     std::string report;                        // text for at_report_str (cut to 1499 bytes)
     std::optional<std::string> raw;            // exact bytes for at_report_str (up to 1500, no NUL added)
     std::optional<std::string> match;          // at_match_str; default: the request's at_match_ok_str
+    std::optional<std::string> raw_match;      // exact bytes for at_match_str (up to 64, no NUL added)
     std::chrono::milliseconds delay{0};        // wait before answering
     bool no_reply = false;                     // take the request, never answer
     int seq_delta = 0;                         // added to the request's seq (-1 stale, +1 newer)
