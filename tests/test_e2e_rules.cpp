@@ -67,7 +67,7 @@ TEST(ServerLines, ReportTextTakesMatchingLinesAndTheirBodies) {
         {{"+CMGR: 0,,23", "0891AB"}, "+CMGR:", "+CMGR: 0,,23\r\n0891AB"},
         {{"+CMGL: 1,0,,3", "AA", "+CMGL: 2,1,,3", "BB"}, "+CMGL:", "+CMGL: 1,0,,3\r\nAA\r\n+CMGL: 2,1,,3\r\nBB"},
         {{"^NDISSTATQRY: 1,,,\"IPV4\"", "^OTHER: 3", "0"}, "^NDISSTATQRY", "^NDISSTATQRY: 1,,,\"IPV4\""},
-        {{"huawei"}, "^CMGI:", ""},
+        {{"example"}, "^CMGI:", ""},
         {{}, "+CSQ", ""},
     };
     for (const Case& c : cases) {

@@ -53,10 +53,10 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
         {"AT+CSQ=?",               "+CSQ",      AT_CMD_OK,      "+CSQ: (0-31,99),(0-7,99)"},
         {"AT^HCSQ?",               "^HCSQ",     AT_CMD_OK,      "^HCSQ: \"LTE\",52,45,148,27"},
         {"AT+CREG?",               "+CREG:",    AT_CMD_OK,      "+CREG: 0,1"},
-        {"AT+CGMR",                "",          AT_CMD_OK,      "11.617.01.00.00"},
-        {"ATI",                    "IMEI",      AT_CMD_OK,      "IMEI: 867223020254361"},
-        {"ATI",                    "",          AT_CMD_OK,      "Manufacturer: Huawei Technologies Co., Ltd.\r\nModel: ME909s-821\r\n"
-                                                                "Revision: 11.617.01.00.00\r\nIMEI: 867223020254361\r\n+GCAP: +CGSM,+DS,+ES"},
+        {"AT+CGMR",                "",          AT_CMD_OK,      "EM1.04.12"},
+        {"ATI",                    "IMEI",      AT_CMD_OK,      "IMEI: 001011234567895"},
+        {"ATI",                    "",          AT_CMD_OK,      "Manufacturer: Example Modems\r\nModel: EM-LTE-1\r\n"
+                                                                "Revision: EM1.04.12\r\nIMEI: 001011234567895\r\n+GCAP: +CGSM,+DS,+ES"},
         {"AT+CMGR=0",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 1,,24\r\n0891683108100005F0040D91683187654321F000006211221080002304D4F29C0E"},
         {"AT+CMGR=9",              "+CMGR:",    AT_CMS_ERROR,   "+CMS ERROR: 321"},
         {"AT+COPS=1,2,\"46011\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},

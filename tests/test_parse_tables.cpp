@@ -155,7 +155,7 @@ const ReplyCase kReplyCases[] = {
     {"^STGI",         13, E, "^STGI: 4",                          "RefreshType=4"},
     {"^STGI",         14, E, "^STGI: \"http://a.b\",2",           "URL=http://a.b;LaunchMode=2"},
     // System configuration.
-    {"^VERSION",      15, R, "^VERSION:EXTD:11.617.01",           "type:content=EXTD:11.617.01"},
+    {"^VERSION",      15, R, "^VERSION:EXTD:EM1.04.12",           "type:content=EXTD:EM1.04.12"},
     {"^LTESCINFO",    15, R, "^LTESCINFO: 1234,15,2,20",          "ci=1234;dl_sinr=15;num_ant=2;dl_bw=20"},
     {"^RRCVer",       15, R, "^RRCVer: 10",                       "rrcver=10"},
     {"^XOTEMP",       15, R, "^XOTEMP: 38.5",                     "CRYSTALtemp=38.5"},
