@@ -3,6 +3,7 @@
 #   scripts/test.sh              normal build in build/, then ctest
 #   scripts/test.sh --sanitize   AddressSanitizer + UBSan build in build-asan/, then ctest
 #   scripts/test.sh --tsan       ThreadSanitizer build in build-tsan/, the concurrency tests
+#   scripts/test.sh --release    Release build (-O3) in build-release/, then ctest
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 mode=${1:-normal}
@@ -15,7 +16,8 @@ case "$mode" in
     normal)     dir=build;      opts=() ;;
     --sanitize) dir=build-asan; opts=(-DATAPI_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DATAPI_BENCH=OFF) ;;
     --tsan)     dir=build-tsan; opts=(-DATAPI_TSAN=ON -DCMAKE_BUILD_TYPE=Debug -DATAPI_BENCH=OFF) ;;
-    *) echo "usage: $0 [--sanitize|--tsan]" >&2; exit 2 ;;
+    --release)  dir=build-release; opts=(-DCMAKE_BUILD_TYPE=Release) ;;
+    *) echo "usage: $0 [--sanitize|--tsan|--release]" >&2; exit 2 ;;
 esac
 
 cmake -S "$top" -B "$top/$dir" -G Ninja "${opts[@]}" >/dev/null
