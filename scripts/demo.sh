@@ -36,7 +36,7 @@ trap stop EXIT
 trap 'exit 130' INT TERM
 export ATAPI_RUN_DIR=$run_dir
 
-"$build/sim/modemsim" --scenario "$top/sim/scenarios/default.scn" --link "$run_dir/modem" >/dev/null &
+"$build/sim/modemsim" --link "$run_dir/modem" >/dev/null &
 sim_pid=$!
 for _ in $(seq 100); do [ -e "$run_dir/modem" ] && break; sleep 0.05; done
 [ -e "$run_dir/modem" ] || { echo "demo: modemsim did not start" >&2; exit 1; }

@@ -1,6 +1,8 @@
 // scenario.cpp - scenario file reader and the rule engine of the simulated modem.
 #include "scenario.h"
 
+#include "builtin_scenarios.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -72,24 +74,53 @@ std::string utc(const char* fmt) {
 
 }  // namespace
 
-std::optional<Scenario> Scenario::load(const std::string& path, std::string* error) {
+namespace {
+
+std::optional<std::string> read_file(const std::string& path) {
     std::ifstream f(path);
-    if (!f) {
+    if (!f) return std::nullopt;
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+}  // namespace
+
+std::optional<Scenario> Scenario::builtin(const std::string& name, std::string* error) {
+    auto find = [](const std::string& n) -> std::optional<std::string> {
+        for (const BuiltinScenario* b = kBuiltinScenarios; b->name; ++b)
+            if (n == b->name) return std::string(b->text);
+        return std::nullopt;
+    };
+    const std::optional<std::string> text = find(name);
+    if (!text) {
+        if (error) *error = "no built-in scenario " + name;
+        return std::nullopt;
+    }
+    return parse(*text, error, find);
+}
+
+std::optional<Scenario> Scenario::load(const std::string& path, std::string* error) {
+    const std::optional<std::string> text = read_file(path);
+    if (!text) {
         if (error) *error = "cannot read " + path;
         return std::nullopt;
     }
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return parse(ss.str(), error);
+    const size_t slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+    return parse(*text, error, [dir](const std::string& name) { return read_file(dir + "/" + name); });
 }
 
-std::optional<Scenario> Scenario::parse(std::string_view text, std::string* error) {
-    Scenario sc;
+namespace {
+
+// Reads one file's statements into `sc`; `where` names the file in errors ("" for the top one).
+bool parse_into(Scenario& sc, std::string_view text, const std::string& where, const SourceLoader& loader,
+                int depth, std::string* error) {
     Rule* rule = nullptr;
     int no = 0;
-    auto fail = [&](const std::string& why) -> std::optional<Scenario> {
-        if (error) *error = "line " + std::to_string(no) + ": " + why;
-        return std::nullopt;
+    auto fail = [&](const std::string& why) -> bool {
+        if (error) *error = where + (where.empty() ? "" : " ") + "line " + std::to_string(no) + ": " + why;
+        return false;
     };
     while (!text.empty()) {
         const size_t nl = text.find('\n');
@@ -101,7 +132,22 @@ std::optional<Scenario> Scenario::parse(std::string_view text, std::string* erro
         const auto [word, rest] = split_word(line);
         const std::string w(word);
 
-        if (w == "on") {
+        if (w == "include" && !rule) {
+            const std::string name(rest);
+            if (name.empty()) return fail("\"include FILE\"");
+            if (depth >= 8) return fail("includes nested too deep");
+            const std::optional<std::string> inner = loader ? loader(name) : std::nullopt;
+            if (!inner) return fail("cannot include " + name);
+            if (!parse_into(sc, *inner, name, loader, depth + 1, error)) return false;
+            continue;
+        } else if (w == "mask" && !rule) {
+            try {
+                sc.masks.emplace_back(std::string(rest), std::regex::ECMAScript | std::regex::icase);
+            } catch (const std::regex_error& e) {
+                return fail("bad mask: " + std::string(e.what()));
+            }
+            continue;
+        } else if (w == "on") {
             if (rest.empty()) return fail("\"on\" needs a pattern");
             Rule r;
             r.pattern = std::string(rest);
@@ -138,6 +184,11 @@ std::optional<Scenario> Scenario::parse(std::string_view text, std::string* erro
             return fail("\"" + w + "\" outside a rule");
         } else if (w == "body") {
             rule->body = true;
+            if (!rest.empty()) {
+                const auto n = number(rest);
+                if (!n || *n <= 0 || *n > 4096) return fail("\"body [BYTES]\"");
+                rule->body_bytes = static_cast<int>(*n);
+            }
         } else if (w == "if") {
             Guard g;
             const auto [first, more] = split_word(rest);
@@ -162,7 +213,7 @@ std::optional<Scenario> Scenario::parse(std::string_view text, std::string* erro
                 {"set", Action::Kind::set},     {"add", Action::Kind::add},     {"put", Action::Kind::put},
                 {"del", Action::Kind::del},     {"delif", Action::Kind::delif}, {"delay", Action::Kind::delay},
                 {"line", Action::Kind::line},   {"each", Action::Kind::each},   {"after", Action::Kind::after},
-                {"final", Action::Kind::final},
+                {"final", Action::Kind::final}, {"run", Action::Kind::run},     {"hangup", Action::Kind::hangup},
             };
             const auto it = std::find_if(std::begin(kKinds), std::end(kKinds), [&](const auto& k) { return w == k.first; });
             if (it == std::end(kKinds)) return fail("unknown word \"" + w + "\"");
@@ -188,7 +239,8 @@ std::optional<Scenario> Scenario::parse(std::string_view text, std::string* erro
                 if (a.kind == Action::Kind::delif && a.args.size() != 3) return fail("\"delif STORE FIELD VALUE\"");
                 break;
             case Action::Kind::delay:
-                if (!number(rest)) return fail("\"delay MS\"");
+            case Action::Kind::hangup:
+                if (!number(rest) && rest.find('$') == std::string_view::npos) return fail("\"" + w + " MS\"");
                 a.args = {std::string(rest)};
                 break;
             case Action::Kind::each: {
@@ -199,18 +251,27 @@ std::optional<Scenario> Scenario::parse(std::string_view text, std::string* erro
             }
             case Action::Kind::after: {
                 const auto [ms, l] = split_word(rest);
-                if (!number(ms) || l.empty()) return fail("\"after MS LINE\"");
+                if ((!number(ms) && ms.find('$') == std::string_view::npos) || l.empty()) return fail("\"after MS LINE\"");
                 a.args = {std::string(ms), std::string(l)};
                 break;
             }
             case Action::Kind::line:
             case Action::Kind::final:
+            case Action::Kind::run:
                 a.args = {std::string(rest)};
                 break;
             }
             rule->actions.push_back(std::move(a));
         }
     }
+    return true;
+}
+
+}  // namespace
+
+std::optional<Scenario> Scenario::parse(std::string_view text, std::string* error, const SourceLoader& loader) {
+    Scenario sc;
+    if (!parse_into(sc, text, "", loader, 0, error)) return std::nullopt;
     return sc;
 }
 
@@ -218,7 +279,7 @@ Engine::Engine(Scenario s) : sc_(std::move(s)), vars_(sc_.vars) {
     for (const auto& [name, decl] : sc_.stores) stores_[name].decl = decl;
     for (const auto& [store, args] : sc_.preload) {
         Context ctx;
-        put(store, args, ctx);
+        put_args(store, args, ctx);
     }
 }
 
@@ -227,9 +288,61 @@ std::string Engine::var(const std::string& name) const {
     return it == vars_.end() ? std::string{} : it->second;
 }
 
-std::string Engine::expand(std::string_view text) const { return expand(text, Context{}); }
+long long Engine::now_ms() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started_).count();
+}
 
-std::string Engine::expand(std::string_view text, const Context& ctx) const {
+const std::map<long, Engine::Record>* Engine::slots(const std::string& store) const {
+    const auto it = stores_.find(store);
+    return it == stores_.end() ? nullptr : &it->second.slots;
+}
+
+std::optional<long> Engine::put(const std::string& store, long key, const Record& fields) {
+    const auto it = stores_.find(store);
+    if (it == stores_.end()) return std::nullopt;
+    Store& s = it->second;
+    if (key == -1) {
+        for (long k = s.decl.first; k <= s.decl.last && key == -1; ++k)
+            if (!s.slots.count(k)) key = k;
+        if (key == -1) return std::nullopt;
+    } else if (key < s.decl.first || key > s.decl.last) {
+        return std::nullopt;
+    }
+    Record& rec = s.slots[key];
+    for (const auto& [f, v] : fields) rec[f] = v;
+    return key;
+}
+
+void Engine::erase(const std::string& store, long key) {
+    const auto it = stores_.find(store);
+    if (it != stores_.end()) it->second.slots.erase(key);
+}
+
+std::string Engine::expand(std::string_view text) {
+    Context ctx;
+    return expand(text, ctx);
+}
+
+std::string Engine::masked(std::string_view line) const {
+    std::string out(line);
+    for (const std::regex& re : sc_.masks) {
+        std::smatch m;
+        if (!std::regex_search(out, m, re)) continue;
+        std::string masked;
+        size_t pos = 0;
+        for (size_t g = 1; g < m.size(); ++g) {
+            if (!m[g].matched) continue;
+            const auto at = static_cast<size_t>(m.position(static_cast<int>(g)));
+            if (at < pos) continue;
+            masked += out.substr(pos, at - pos) + "***";
+            pos = at + static_cast<size_t>(m.length(static_cast<int>(g)));
+        }
+        return masked + out.substr(pos);
+    }
+    return out;
+}
+
+std::string Engine::expand(std::string_view text, Context& ctx) {
     std::string out;
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -264,7 +377,16 @@ std::string Engine::expand(std::string_view text, const Context& ctx) const {
     return out;
 }
 
-std::string Engine::resolve(const std::string& ref, const Context& ctx) const {
+std::string Engine::resolve(const std::string& ref, Context& ctx) {
+    if (!ref.empty() && ref.front() == '=') {  // ${=NAME args}: a function
+        const std::vector<std::string> w = words(std::string_view(ref).substr(1));
+        if (w.empty()) return {};
+        const Function* f = find_function(w[0]);
+        if (!f) return {};
+        const std::vector<std::string> args(w.begin() + 1, w.end());
+        Call call{*this, args, ctx.body, ctx.response};
+        return (*f)(call);
+    }
     if (ref == "key") return std::to_string(ctx.key);
     if (!ref.empty() && ref.front() == '.') {
         if (!ctx.item) return {};
@@ -308,7 +430,7 @@ std::string Engine::resolve(const std::string& ref, const Context& ctx) const {
     return var(ref);
 }
 
-bool Engine::holds(const Guard& g, const Context& ctx) const {
+bool Engine::holds(const Guard& g, Context& ctx) {
     if (g.op == "has" || g.op == "!has") {
         const auto st = stores_.find(g.left);
         const auto key = number(expand(g.right, ctx));
@@ -336,32 +458,30 @@ bool Engine::holds(const Guard& g, const Context& ctx) const {
     return false;
 }
 
-void Engine::put(const std::string& store, const std::vector<std::string>& args, Context& ctx) {
-    const auto st = stores_.find(store);
-    if (st == stores_.end() || args.empty()) return;
-    Store& s = st->second;
-    long key = 0;
+void Engine::put_args(const std::string& store, const std::vector<std::string>& args, Context& ctx) {
+    if (args.empty()) return;
     const std::string k = expand(args[0], ctx);
+    long key = 0;
     if (k == "new") {
-        const std::string free = resolve(store + ".free", ctx);
-        if (free.empty()) return;
-        key = *number(free);
-        vars_["new"] = free;
-    } else if (const auto n = number(k); n && *n >= s.decl.first && *n <= s.decl.last) {
+        key = -1;
+    } else if (const auto n = number(k)) {
         key = *n;
     } else {
         return;
     }
-    Record& rec = s.slots[key];
+    Record fields;
     for (size_t i = 1; i < args.size(); ++i) {
         const size_t eq = args[i].find('=');
         if (eq == std::string::npos) continue;
-        rec[args[i].substr(0, eq)] = expand(std::string_view(args[i]).substr(eq + 1), ctx);
+        fields[args[i].substr(0, eq)] = expand(std::string_view(args[i]).substr(eq + 1), ctx);
     }
+    const std::optional<long> written = put(store, key, fields);
+    if (written && k == "new") vars_["new"] = std::to_string(*written);
 }
 
 Response Engine::run(const Rule& r, Context& ctx) {
     Response resp;
+    ctx.response = &resp;
     auto add_lines = [&](const std::string& text) {
         size_t start = 0;
         for (;;) {
@@ -374,15 +494,16 @@ Response Engine::run(const Rule& r, Context& ctx) {
     for (const Action& a : r.actions) {
         switch (a.kind) {
         case Action::Kind::set:
-            vars_[a.args[0]] = expand(a.args[1], ctx);
+            vars_[expand(a.args[0], ctx)] = expand(a.args[1], ctx);
             break;
         case Action::Kind::add: {
-            const long cur = number(var(a.args[0])).value_or(0);
-            vars_[a.args[0]] = std::to_string(cur + number(expand(a.args[1], ctx)).value_or(0));
+            const std::string name = expand(a.args[0], ctx);
+            const long cur = number(var(name)).value_or(0);
+            vars_[name] = std::to_string(cur + number(expand(a.args[1], ctx)).value_or(0));
             break;
         }
         case Action::Kind::put:
-            put(a.args[0], {a.args.begin() + 1, a.args.end()}, ctx);
+            put_args(a.args[0], {a.args.begin() + 1, a.args.end()}, ctx);
             break;
         case Action::Kind::del: {
             Store& s = stores_[a.args[0]];
@@ -401,7 +522,7 @@ Response Engine::run(const Rule& r, Context& ctx) {
             break;
         }
         case Action::Kind::delay:
-            resp.delay_ms += static_cast<int>(number(a.args[0]).value_or(0));
+            resp.delay_ms += static_cast<int>(number(expand(a.args[0], ctx)).value_or(0));
             break;
         case Action::Kind::line:
             add_lines(expand(a.args[0], ctx));
@@ -417,14 +538,34 @@ Response Engine::run(const Rule& r, Context& ctx) {
             break;
         }
         case Action::Kind::after:
-            resp.after.emplace_back(static_cast<int>(number(a.args[0]).value_or(0)), expand(a.args[1], ctx));
+            resp.after.emplace_back(static_cast<int>(number(expand(a.args[0], ctx)).value_or(0)), expand(a.args[1], ctx));
             break;
         case Action::Kind::final:
             resp.final = expand(a.args[0], ctx);
             break;
+        case Action::Kind::run:
+            expand(a.args[0], ctx);
+            break;
+        case Action::Kind::hangup:
+            resp.hangup_ms = static_cast<int>(std::max(0L, number(expand(a.args[0], ctx)).value_or(0)));
+            break;
         }
     }
+    ctx.response = nullptr;
     return resp;
+}
+
+std::optional<size_t> Engine::match(std::string_view line, Context& ctx) {
+    const std::string text(line);
+    for (size_t i = 0; i < sc_.rules.size(); ++i) {
+        const Rule& r = sc_.rules[i];
+        std::smatch m;
+        if (!std::regex_match(text, m, r.re)) continue;
+        ctx = Context{};
+        for (size_t k = 0; k < m.size() && k < 10; ++k) ctx.caps.push_back(m[k].matched ? m[k].str() : std::string{});
+        if (std::all_of(r.guards.begin(), r.guards.end(), [&](const Guard& g) { return holds(g, ctx); })) return i;
+    }
+    return std::nullopt;
 }
 
 Response Engine::command(std::string_view line) {
@@ -436,24 +577,27 @@ Response Engine::command(std::string_view line) {
         echo_ = cmd[3] == '1';
         return {};
     }
-    for (size_t i = 0; i < sc_.rules.size(); ++i) {
-        const Rule& r = sc_.rules[i];
-        std::smatch m;
-        if (!std::regex_match(cmd, m, r.re)) continue;
-        Context ctx;
-        for (size_t k = 0; k < m.size() && k < 10; ++k) ctx.caps.push_back(m[k].matched ? m[k].str() : std::string{});
-        if (!std::all_of(r.guards.begin(), r.guards.end(), [&](const Guard& g) { return holds(g, ctx); })) continue;
-        if (r.body) {
-            waiting_body_.emplace(i, std::move(ctx));
-            Response p;
-            p.prompt = true;
-            return p;
-        }
-        return run(r, ctx);
+    if (!cmd.empty() && cmd.front() == '@') {  // events come from timers and the control input only
+        Response none;
+        none.final = sc_.fallback;
+        return none;
     }
-    Response none;
-    none.final = sc_.fallback;
-    return none;
+    Context ctx;
+    const std::optional<size_t> i = match(cmd, ctx);
+    if (!i) {
+        Response none;
+        none.final = sc_.fallback;
+        return none;
+    }
+    const Rule& r = sc_.rules[*i];
+    if (r.body) {
+        waiting_body_.emplace(*i, std::move(ctx));
+        Response p;
+        p.prompt = true;
+        p.body_bytes = r.body_bytes;
+        return p;
+    }
+    return run(r, ctx);
 }
 
 Response Engine::body(std::string_view text, bool cancelled) {
@@ -467,6 +611,32 @@ Response Engine::body(std::string_view text, bool cancelled) {
     if (cancelled) return {};  // ESC: nothing is sent or stored
     ctx.body = std::string(text);
     return run(sc_.rules[index], ctx);
+}
+
+Response Engine::event(std::string_view line) {
+    Context ctx;
+    const std::optional<size_t> i = match(trim(line), ctx);
+    if (!i) return {};
+    return run(sc_.rules[*i], ctx);
+}
+
+namespace {
+
+std::map<std::string, Function>& functions() {
+    static std::map<std::string, Function> table;
+    return table;
+}
+
+}  // namespace
+
+const Function* find_function(const std::string& name) {
+    const auto it = functions().find(name);
+    return it == functions().end() ? nullptr : &it->second;
+}
+
+bool register_function(const char* name, Function f) {
+    functions()[name] = f;
+    return true;
 }
 
 }  // namespace sim

@@ -142,13 +142,75 @@ TEST(SimScenario, MalformedFilesAreRefusedWithTheirLine) {
         {"on AT\n  if has nostore 1\n", "line 2: guard on an undeclared store"},
         {"on AT\n  if a ~ b\n", "line 2: unknown comparison"},
         {"every x ^RSSI: 1\n", "line 1: \"every MS LINE\""},
+        {"include missing.scn\n", "line 1: cannot include missing.scn"},
+        {"include bad.scn\n", "bad.scn line 2: unknown word"},
+        {"on AT\n  body 0\n", "line 2: \"body [BYTES]\""},
+        {"mask (\n", "line 1: bad mask"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
         std::string error;
-        EXPECT_FALSE(sim::Scenario::parse(c.text, &error));
+        const sim::SourceLoader files = [](const std::string& name) -> std::optional<std::string> {
+            if (name == "bad.scn") return "on AT\n  nonsense\n";
+            return std::nullopt;
+        };
+        EXPECT_FALSE(sim::Scenario::parse(c.text, &error, files));
         EXPECT_EQ(error.rfind(c.error, 0), 0u) << error;
     }
+    std::string error;
+    EXPECT_TRUE(sim::Scenario::builtin("default.scn", &error)) << error;
+}
+
+// Events, functions, fixed-size bodies, includes and masks: what the families' state machines
+// are made of.
+TEST(SimScenario, EventsFunctionsAndRawBodies) {
+    const sim::SourceLoader files = [](const std::string& name) -> std::optional<std::string> {
+        if (name == "calls.scn") return "on @ring (.*)\n  set caller $1\n  line RING\n  after ${delay} @ring_again\n";
+        return std::nullopt;
+    };
+    std::string error;
+    auto sc = sim::Scenario::parse(R"scn(
+var delay 40
+var n 0
+mask AT\+SECRET="([^"]*)"
+include calls.scn
+on @ring_again
+  add n 1
+  line +CLIP: "${caller}",145
+on AT\+SUM=(\d+),(\d+)
+  set sum_$1 ${=add $1 $2}
+  line +SUM: ${sum_$1},${=hex ${=mul $1 $2} 4}
+on AT\+RAW
+  body 4
+  line +RAW: ${=bodylen},${=bodyhex}
+on AT\+DROP
+  hangup 250
+on AT\+WAVE
+  line +WAVE: ${=wave 10 20 1000}
+)scn",
+                                   &error, files);
+    ASSERT_TRUE(sc) << error;
+    sim::Engine e(std::move(*sc));
+    sim::Response ring = e.event("@ring +15550100");
+    EXPECT_EQ(ring.lines, std::vector<std::string>{"RING"});
+    ASSERT_EQ(ring.after.size(), 1u);
+    EXPECT_EQ(ring.after[0], std::make_pair(40, std::string("@ring_again")));
+    EXPECT_EQ(e.event(ring.after[0].second).lines, std::vector<std::string>{"+CLIP: \"+15550100\",145"});
+    EXPECT_EQ(e.var("n"), "1");
+    EXPECT_TRUE(e.event("@nothing").lines.empty());
+    EXPECT_EQ(e.command("@ring 1").final, "ERROR");  // events never come from the port
+    EXPECT_EQ(e.command("AT+SUM=3,4").lines, std::vector<std::string>{"+SUM: 7,000C"});
+    EXPECT_EQ(e.var("sum_3"), "7");
+    sim::Response raw = e.command("AT+RAW");
+    ASSERT_TRUE(raw.prompt);
+    EXPECT_EQ(raw.body_bytes, 4);
+    EXPECT_EQ(e.body(std::string("\0A\x1a\0", 4), false).lines, std::vector<std::string>{"+RAW: 4,00411A00"});
+    EXPECT_EQ(e.command("AT+DROP").hangup_ms, 250);
+    const int wave = std::stoi(e.command("AT+WAVE").lines.at(0).substr(7));
+    EXPECT_GE(wave, 10);
+    EXPECT_LE(wave, 20);
+    EXPECT_EQ(e.masked("AT+SECRET=\"1234\""), "AT+SECRET=\"***\"");
+    EXPECT_EQ(e.masked("AT+OTHER=\"1234\""), "AT+OTHER=\"1234\"");
 }
 
 TEST(SimScenario, GuardsVariablesAndStoresDriveTheAnswers) {

@@ -85,8 +85,11 @@ Outcome exchange(std::string_view cmd, std::string_view match, int time_out) {
 
 Stack::Stack(std::string_view scenario) {
     link_ = dir_ / "modem";
-    scenario_ = scenario.empty() ? std::string(SCENARIO_DIR) + "/default.scn" : dir_ / "test.scn";
-    if (!scenario.empty()) std::ofstream(scenario_) << scenario;
+    control_ = dir_ / "control";
+    if (!scenario.empty()) {
+        scenario_ = dir_ / "test.scn";
+        std::ofstream(scenario_) << scenario;
+    }
 }
 
 Stack::~Stack() {
@@ -95,10 +98,21 @@ Stack::~Stack() {
 }
 
 bool Stack::start_sim() {
-    if (!sim.spawn({MODEMSIM_BIN, "--scenario", scenario_, "--link", link_}, true)) return false;
+    std::vector<std::string> argv = {MODEMSIM_BIN, "--link", link_, "--control", control_};
+    if (!scenario_.empty()) argv.insert(argv.end(), {"--scenario", scenario_});
+    if (!sim.spawn(argv, true)) return false;
     struct stat st {};
     for (int i = 0; i < 300 && stat(link_.c_str(), &st) != 0; ++i) std::this_thread::sleep_for(10ms);
     return stat(link_.c_str(), &st) == 0;  // the link resolves to the live terminal
+}
+
+bool Stack::control(std::string_view line) const {
+    const int fd = open(control_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return false;
+    const std::string text = std::string(line) + "\n";
+    const bool ok = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close(fd);
+    return ok;
 }
 
 bool Stack::start_server() { return server.spawn({ATSERVER_BIN, "--device", link_, "--foreground"}, false); }

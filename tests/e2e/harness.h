@@ -49,7 +49,7 @@ Outcome exchange(std::string_view cmd, std::string_view match = "", int time_out
 // modemsim and atserver in a fresh run directory; ATAPI_RUN_DIR points the test process at it.
 class Stack {
 public:
-    // `scenario` is the text of a scenario file, or empty for the default scenario.
+    // `scenario` is the text of a scenario file, or empty for the simulator's built-in default.
     explicit Stack(std::string_view scenario = {});
     ~Stack();
 
@@ -61,12 +61,15 @@ public:
     const std::string& dir() const { return dir_.path(); }
     const std::string& device() const { return link_; }
     std::string pid_file() const { return dir_ / "pidfile/atserver.pid"; }
+    // Writes one line to the simulator's control input: an event ("@ring ...") or a line the
+    // modem then sends unsolicited.
+    bool control(std::string_view line) const;
 
     Child sim, server;
 
 private:
     atapi_test::RunDir dir_;
-    std::string link_, scenario_;
+    std::string link_, control_, scenario_;
 };
 
 }  // namespace e2e

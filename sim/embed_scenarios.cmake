@@ -1,0 +1,16 @@
+# Writes OUT, a C++ source holding every scenario file of DIR as text, so that modemsim carries
+# its default scenario and what it includes. Run by the build whenever a scenario file changes.
+file(GLOB files RELATIVE ${DIR} ${DIR}/*.scn)
+list(SORT files)
+set(body "// Generated from sim/scenarios/ by sim/embed_scenarios.cmake; do not edit.\n#include \"builtin_scenarios.h\"\n\nnamespace sim {\n\nconst BuiltinScenario kBuiltinScenarios[] = {\n")
+foreach(f ${files})
+  file(READ ${DIR}/${f} text)
+  string(FIND "${text}" ")scn\"" clash)
+  if(NOT clash EQUAL -1)
+    message(FATAL_ERROR "${f} holds the text )scn\" and cannot be embedded")
+  endif()
+  string(APPEND body "    {\"${f}\", R\"scn(${text})scn\"},\n")
+endforeach()
+string(APPEND body "    {nullptr, nullptr},\n};\n\n}  // namespace sim\n")
+file(WRITE ${OUT}.tmp "${body}")
+file(COPY_FILE ${OUT}.tmp ${OUT} ONLY_IF_DIFFERENT)
