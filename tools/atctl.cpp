@@ -1,121 +1,121 @@
-// atctl.cpp - command-line client of libatapi: reads the modem's state through the library's
-// public functions and prints it for people (default) or scripts (--json).
+// atctl.cpp - command-line client of libatapi: reads and drives the modem through the library's
+// public functions and prints what it found for people (default) or scripts (--json).
 //
 // Exit status: 0 every call succeeded; 1 the AT server answered but a call failed (the modem
-// said error, or gave no usable answer), or this build of the library has none of the calls
-// asked for; 2 no AT server, or bad usage.
+// said error, or gave no usable answer), an action was refused or could not be done, or this
+// build of the library has none of the calls asked for; 2 no AT server, or bad usage.
 //
-// A command family joins atctl with one row in kSubcommands and one reader function.
+// Each command family registers its subcommand from its own source file (cli.h).
 #include <signal.h>
+#include <string.h>
 #include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "families.h"
+#include "cli.h"
 
 namespace atctl {
+
 namespace {
 
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;  // also: no AT server
 
-constexpr std::string_view kZoneOption = "--zone";
-
-struct Subcommand {
-    std::string_view name;
-    std::string_view summary;
-    std::string_view help;     // the body of `atctl NAME --help`
-    std::string_view options;  // the subcommand's own option and its value, as usage shows them
-    void (*read)(const Settings&, Report&);
-    bool in_status;            // part of the `status` summary
-};
-
-void read_status(const Settings& settings, Report& report);
-
-constexpr std::array kSubcommands{
-    Subcommand{"signal",       "signal quality, converted to dBm and dB",
-               "Reads +CSQ, ^HCSQ, ^CERSSI, ^LTERSRP and ^CSNR. Coded values are shown in\n"
-               "dBm or dB with the modem's raw code beside them; 99 and 255 mean unknown.\n",
-               "", read_signal, true},
-    Subcommand{"registration", "registration, attach, system information, last reject",
-               "Reads +CREG, +CGREG, +CEREG, +CGATT, the router's cached ^SYSINFOEX (asking\n"
-               "the modem when nothing is cached yet) and ^REJINFO. Nothing is set: a\n"
-               "registration whose reports are off shows no location.\n",
-               "", read_registration, true},
-    Subcommand{"time",         "the modem's clock in universal and local time",
-               "Reads +CCLK and converts it to local time.\n"
-               "  --zone Q   offset of local time in quarter hours, signed, as the network\n"
-               "             codes it (+32 is GMT+08:00); default: this host's zone\n",
-               "--zone Q", read_clock, true},
-    Subcommand{"status",       "a one-screen summary of all the subcommands",
-               "Makes the calls of every other subcommand and prints one line per call;\n"
-               "with --json, the same members as the single subcommands give.\n"
-               "  --zone Q   as for 'time'\n",
-               "--zone Q", read_status, false},
-};
+std::vector<Subcommand>& registry() {
+    static std::vector<Subcommand> all;
+    return all;
+}
 
 constexpr std::string_view kGlobalHelp =
-    "usage: atctl [--json] [--run-dir DIR] SUBCOMMAND [options]\n"
+    "usage: atctl [--json] [--run-dir DIR] SUBCOMMAND [arguments] [options]\n"
     "       atctl SUBCOMMAND --help\n"
     "\n"
-    "Reads the modem's state through libatapi and the AT server.\n"
+    "Reads and drives the modem through libatapi and the AT server.\n"
     "\n"
     "  --json         one JSON object, a member per library call, for scripts\n"
     "  --run-dir DIR  the AT server's run directory (default: $ATAPI_RUN_DIR, else /var/run)\n"
     "  --help         this text\n"
     "\n"
-    "Exit status: 0 success, 1 the modem answered an error (or nothing usable),\n"
-    "2 no AT server or bad usage.\n"
+    "PINs, PUKs and passwords are read from standard input or from a file, never from the\n"
+    "command line.\n"
+    "\n"
+    "Exit status: 0 success, 1 the modem answered an error (or nothing usable) or an action was\n"
+    "refused, 2 no AT server or bad usage.\n"
     "\n"
     "Subcommands:\n";
 
-void read_status(const Settings& settings, Report& report) {
-    for (const Subcommand& sub : kSubcommands)
-        if (sub.in_status) sub.read(settings, report);
+void run_status(const Invocation& inv, Report& report) {
+    Invocation quiet = inv;
+    quiet.args.clear();
+    for (const Subcommand* sub : subcommands())
+        if (sub->in_status) sub->run(quiet, report);
 }
 
+ATCTL_SUBCOMMAND({.name = "status",
+                  .summary = "a one-screen summary of the reading subcommands",
+                  .usage = "[--zone Q]",
+                  .help = "Makes the calls of every reading subcommand and prints one line per call;\n"
+                          "with --json, the same members as the single subcommands give.\n"
+                          "  --zone Q   as for 'time'\n",
+                  .order = 1000,
+                  .options = "--zone Q",
+                  .run = run_status});
+
 const Subcommand* find_subcommand(std::string_view name) {
-    for (const Subcommand& sub : kSubcommands)
-        if (sub.name == name) return &sub;
+    for (const Subcommand* sub : subcommands())
+        if (sub->name == name) return sub;
     return nullptr;
 }
 
 std::string global_help() {
     std::string out(kGlobalHelp);
-    for (const Subcommand& sub : kSubcommands) {
-        std::string name(sub.name);
+    for (const Subcommand* sub : subcommands()) {
+        std::string name(sub->name);
         name.resize(14, ' ');
-        out += "  " + name + std::string(sub.summary) + '\n';
+        out += "  " + name + std::string(sub->summary) + '\n';
     }
     return out;
 }
 
 std::string subcommand_help(const Subcommand& sub) {
     std::string out = "usage: atctl [--json] [--run-dir DIR] " + std::string(sub.name);
-    if (!sub.options.empty()) out += " [" + std::string(sub.options) + "]";
+    if (!sub.usage.empty()) out += " " + std::string(sub.usage);
     out += "\n\n" + std::string(sub.summary) + ".\n\n" + std::string(sub.help);
     return out;
 }
 
-bool accepts(const Subcommand& sub, std::string_view option) {
-    return sub.options.substr(0, sub.options.find(' ')) == option;
+// Whether `sub` takes `option`, and whether the option has a value.
+std::optional<bool> takes(const Subcommand& sub, std::string_view option) {
+    std::string_view rest = sub.options;
+    while (!rest.empty()) {
+        const size_t end = rest.find(' ');
+        const std::string_view word = rest.substr(0, end);
+        rest = end == std::string_view::npos ? std::string_view{} : rest.substr(end + 1);
+        if (word != option) continue;
+        const bool value = !rest.empty() && rest.front() != '-';
+        return value;
+    }
+    return std::nullopt;
 }
 
 // "'time' and 'status'": the subcommands that take `option`.
 std::string takers(std::string_view option) {
     std::vector<std::string> names;
-    for (const Subcommand& s : kSubcommands)
-        if (accepts(s, option)) names.push_back("'" + std::string(s.name) + "'");
+    for (const Subcommand* s : subcommands())
+        if (takes(*s, option)) names.push_back("'" + std::string(s->name) + "'");
     std::string out;
     for (size_t i = 0; i < names.size(); ++i)
         out += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
@@ -125,16 +125,6 @@ std::string takers(std::string_view option) {
 int usage_error(const std::string& what) {
     std::fprintf(stderr, "atctl: %s\nrun 'atctl --help' for the subcommands and options\n", what.c_str());
     return kExitUsage;
-}
-
-std::optional<int> parse_zone(std::string_view text) {
-    if (!text.empty() && text[0] == '+') text.remove_prefix(1);
-    int v = 0;
-    const char* end = text.data() + text.size();
-    const auto [p, ec] = std::from_chars(text.data(), end, v);
-    // Under a day either way: the conversion shifts the date by one day at most.
-    if (text.empty() || ec != std::errc() || p != end || v < -95 || v > 95) return std::nullopt;
-    return v;
 }
 
 // Why no AT server can answer, or nothing when one is running. The library itself only
@@ -163,39 +153,41 @@ int no_server(const std::string& why, bool json) {
     return kExitUsage;
 }
 
+int failed(const std::string& why, bool json) {
+    std::fprintf(stderr, "atctl: %s\n", why.c_str());
+    if (json) std::printf("{\"error\": %s}\n", json_string(why).c_str());
+    return kExitFailed;
+}
+
 int run(int argc, char** argv) {
-    Settings settings;
+    Invocation inv;
     const Subcommand* sub = nullptr;
     bool help = false;
     for (int i = 1; i < argc; ++i) {
         const std::string_view a = argv[i];
-        auto value = [&]() -> std::optional<std::string_view> {
-            if (i + 1 >= argc) return std::nullopt;
-            return std::string_view(argv[++i]);
-        };
         if (a == "--help" || a == "-h") {
             help = true;
         } else if (a == "--json") {
-            settings.json = true;
+            inv.json = true;
         } else if (a == "--run-dir") {
-            const std::optional<std::string_view> dir = value();
-            if (!dir || dir->empty()) return usage_error("--run-dir needs a directory");
-            setenv("ATAPI_RUN_DIR", std::string(*dir).c_str(), 1);
-        } else if (a == kZoneOption) {
-            if (sub == nullptr || !accepts(*sub, a))
-                return usage_error(std::string(a) + " is an option of " + takers(a) + " only");
-            const std::optional<std::string_view> text = value();
-            settings.zone = text ? parse_zone(*text) : std::nullopt;
-            if (!settings.zone) return usage_error("--zone needs quarter hours from -95 to 95, such as +32");
-        } else if (!a.empty() && a[0] == '-') {
-            return usage_error("unknown option '" + std::string(a) + "'");
+            if (i + 1 >= argc || *argv[i + 1] == '\0') return usage_error("--run-dir needs a directory");
+            setenv("ATAPI_RUN_DIR", argv[++i], 1);
+        } else if (a.size() > 1 && a[0] == '-' && !number(a)) {
+            const std::optional<bool> value = sub ? takes(*sub, a) : std::nullopt;
+            if (!value) {
+                const std::string others = takers(a);
+                if (others.empty()) return usage_error("unknown option '" + std::string(a) + "'");
+                return usage_error(std::string(a) + " is an option of " + others + " only");
+            }
+            if (*value && i + 1 >= argc) return usage_error(std::string(a) + " needs a value");
+            inv.options[std::string(a)] = *value ? argv[++i] : "";
         } else if (sub == nullptr && a == "help") {
             help = true;
         } else if (sub == nullptr) {
             sub = find_subcommand(a);
             if (sub == nullptr) return usage_error("unknown subcommand '" + std::string(a) + "'");
         } else {
-            return usage_error("unexpected argument '" + std::string(a) + "'");
+            inv.args.emplace_back(a);
         }
     }
     if (help) {
@@ -203,23 +195,91 @@ int run(int argc, char** argv) {
         return kExitOk;
     }
     if (sub == nullptr) return usage_error("a subcommand is needed");
+    const auto nargs = static_cast<int>(inv.args.size());
+    if (nargs < sub->min_args)
+        return usage_error("'" + std::string(sub->name) + "' needs more arguments: " + std::string(sub->usage));
+    if (nargs > sub->max_args) return usage_error("unexpected argument '" + inv.args[static_cast<size_t>(sub->max_args)] + "'");
 
-    if (const std::optional<std::string> why = missing_server()) return no_server(*why, settings.json);
+    if (const std::optional<std::string> why = missing_server()) return no_server(*why, inv.json);
 
     Report report;
-    sub->read(settings, report);
+    try {
+        sub->run(inv, report);
+    } catch (const UsageError& e) {
+        return usage_error(e.what());
+    } catch (const Failure& e) {
+        if (const std::optional<std::string> why = missing_server()) return no_server(*why, inv.json);
+        return failed(e.what(), inv.json);
+    }
     if (report.any_failed()) {
         // A server that went away during the run explains every failure better than the calls can.
-        if (const std::optional<std::string> why = missing_server()) return no_server(*why, settings.json);
+        if (const std::optional<std::string> why = missing_server()) return no_server(*why, inv.json);
     }
-    const std::string out = settings.json ? report.render_json()
-                            : sub->read == read_status ? report.render_summary()
-                                                       : report.render_text();
+    const std::string out = inv.json ? report.render_json()
+                            : sub->run == run_status ? report.render_summary()
+                                                     : report.render_text();
     std::fputs(out.c_str(), stdout);
     return report.any_failed() || report.all_unsupported() ? kExitFailed : kExitOk;
 }
 
 }  // namespace
+
+bool register_subcommand(const Subcommand& s) {
+    registry().push_back(s);
+    return true;
+}
+
+std::vector<const Subcommand*> subcommands() {
+    std::vector<const Subcommand*> out;
+    for (const Subcommand& s : registry()) out.push_back(&s);
+    std::stable_sort(out.begin(), out.end(), [](const Subcommand* a, const Subcommand* b) {
+        return a->order != b->order ? a->order < b->order : a->name < b->name;
+    });
+    return out;
+}
+
+Secret::Secret(const Invocation& inv, std::string_view what, std::string_view file_option) {
+    if (const std::optional<std::string> path = inv.option(file_option)) {
+        std::ifstream in(*path);
+        if (!in) throw UsageError("cannot read " + std::string(what) + " from " + *path);
+        std::getline(in, value_);
+    } else {
+        const bool terminal = isatty(STDIN_FILENO) == 1;
+        termios saved{};
+        if (terminal) {
+            std::fprintf(stderr, "%.*s: ", static_cast<int>(what.size()), what.data());
+            tcgetattr(STDIN_FILENO, &saved);
+            termios quiet = saved;
+            quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+            tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
+        }
+        std::getline(std::cin, value_);
+        if (terminal) {
+            tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+            std::fputc('\n', stderr);
+        }
+    }
+    if (!value_.empty() && value_.back() == '\r') value_.pop_back();
+    if (value_.empty())
+        throw UsageError("no " + std::string(what) + " given (standard input, or " + std::string(file_option) + " FILE)");
+}
+
+Secret::~Secret() { explicit_bzero(value_.data(), value_.size()); }
+
+void progress(const std::string& line) {
+    std::fprintf(stderr, "atctl: %s\n", line.c_str());
+    std::fflush(stderr);
+}
+
+std::optional<long> number(std::string_view text) {
+    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    long v = 0;
+    const char* end = text.data() + text.size();
+    const auto [p, ec] = std::from_chars(text.data(), end, v);
+    if (text.empty() || ec != std::errc() || p != end) return std::nullopt;
+    return v;
+}
+
 }  // namespace atctl
 
 int main(int argc, char** argv) {
@@ -227,6 +287,6 @@ int main(int argc, char** argv) {
         return atctl::run(argc, argv);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "atctl: %s\n", e.what());
-        return atctl::kExitFailed;
+        return 1;
     }
 }

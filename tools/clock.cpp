@@ -6,7 +6,7 @@
 #include <ctime>
 #include <string>
 
-#include "families.h"
+#include "cli.h"
 
 namespace atctl {
 namespace {
@@ -40,9 +40,20 @@ int check_clock(Rec* rec, bool* supported) {
     }
 }
 
+// Offset of local time from universal time in quarter hours, as the network codes it: --zone,
+// else this host's zone. Under a day either way: the conversion shifts the date by one day at most.
+std::optional<int> given_zone(const Invocation& inv) {
+    const std::optional<std::string> text = inv.option("--zone");
+    if (!text) return std::nullopt;
+    const std::optional<long> v = number(*text);
+    if (!v || *v < -95 || *v > 95) throw UsageError("--zone needs quarter hours from -95 to 95, such as +32");
+    return static_cast<int>(*v);
+}
+
 }  // namespace
 
-void read_clock(const Settings& settings, Report& report) {
+void run_clock(const Invocation& inv, Report& report) {
+    const std::optional<int> given = given_zone(inv);
     Section& s = report.section("cclk", "modem clock (+CCLK)", "clock");
     if (s.skipped()) return;
     ST_AT_TIME utc{};
@@ -55,13 +66,13 @@ void read_clock(const Settings& settings, Report& report) {
     }
     if (!s.check(rc)) return;
 
-    utc.time_zone = settings.zone.value_or(host_zone());
+    utc.time_zone = given.value_or(host_zone());
     ST_AT_TIME local{};
     ATS_universaltime_to_localtime(&utc, &local);
     char zone_text[16] = {0};
     ATS_net_time_zone_to_stand(utc.time_zone, zone_text, sizeof zone_text);
     const std::string zone = field_text(zone_text);
-    const std::string source = settings.zone ? "given" : "this host's";
+    const std::string source = given ? "given" : "this host's";
 
     s.field("utc", date_time_text(utc), true);
     s.field("zone", zone + " (" + std::to_string(utc.time_zone) + " quarter hours, " + source + ")");
@@ -74,5 +85,16 @@ void read_clock(const Settings& settings, Report& report) {
     s.json("zone", static_cast<long>(utc.time_zone)).json("zone_text", zone);
     s.json("local", date_time_text(local));
 }
+
+ATCTL_SUBCOMMAND({.name = "time",
+                  .summary = "the modem's clock in universal and local time",
+                  .usage = "[--zone Q]",
+                  .help = "Reads +CCLK and converts it to local time.\n"
+                          "  --zone Q   offset of local time in quarter hours, signed, as the network\n"
+                          "             codes it (+32 is GMT+08:00); default: this host's zone\n",
+                  .order = 30,
+                  .options = "--zone Q",
+                  .run = run_clock,
+                  .in_status = true});
 
 }  // namespace atctl

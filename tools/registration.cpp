@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "families.h"
+#include "cli.h"
 
 namespace atctl {
 namespace {
@@ -251,7 +251,7 @@ void read_rejinfoex(Report& report) {
 
 }  // namespace
 
-void read_registration(const Settings&, Report& report) {
+void run_registration(const Invocation&, Report& report) {
     read_creg(report);
     read_cgreg(report);
     read_cereg(report);
@@ -259,5 +259,14 @@ void read_registration(const Settings&, Report& report) {
     read_sysinfoex(report);
     read_rejinfoex(report);
 }
+
+ATCTL_SUBCOMMAND({.name = "registration",
+                  .summary = "registration, attach, system information, last reject",
+                  .help = "Reads +CREG, +CGREG, +CEREG, +CGATT, the router's cached ^SYSINFOEX (asking\n"
+                          "the modem when nothing is cached yet) and ^REJINFO. Nothing is set: a\n"
+                          "registration whose reports are off shows no location.\n",
+                  .order = 20,
+                  .run = run_registration,
+                  .in_status = true});
 
 }  // namespace atctl

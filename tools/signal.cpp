@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "families.h"
+#include "cli.h"
 
 namespace atctl {
 namespace {
@@ -229,12 +229,20 @@ void read_csnr(Report& report) {
 
 }  // namespace
 
-void read_signal(const Settings&, Report& report) {
+void run_signal(const Invocation&, Report& report) {
     read_csq(report);
     read_hcsq(report);
     read_cerssi(report);
     read_rsrp(report);
     read_csnr(report);
 }
+
+ATCTL_SUBCOMMAND({.name = "signal",
+                  .summary = "signal quality, converted to dBm and dB",
+                  .help = "Reads +CSQ, ^HCSQ, ^CERSSI, ^LTERSRP and ^CSNR. Coded values are shown in\n"
+                          "dBm or dB with the modem's raw code beside them; 99 and 255 mean unknown.\n",
+                  .order = 10,
+                  .run = run_signal,
+                  .in_status = true});
 
 }  // namespace atctl
