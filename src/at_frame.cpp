@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-constexpr char kTraceSource[] = "src/at_frame";
+[[maybe_unused]] constexpr char kTraceSource[] = "src/at_frame";
 #include "frame.h"
 
 namespace atapi {
