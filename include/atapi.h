@@ -16,6 +16,14 @@
 #include "atapi/time.h"
 #include "atapi/comm.h"
 #include "atapi/network.h"
+#include "atapi/sim.h"
+#include "atapi/ndis.h"
+#include "atapi/sms.h"
+#include "atapi/voice.h"
+#include "atapi/stk.h"
+#include "atapi/gps.h"
+#include "atapi/datacard.h"
+#include "atapi/stats.h"
 #include "atapi/parse_tables.h"
 
 #endif /* ATAPI_H */

@@ -10,6 +10,14 @@
 extern "C" {
 #endif
 
+/* A command's answer as text (identity reads, the service-provider name, the battery level). */
+typedef struct nvramcontnet {
+    int CmdType; /* the caller's own marker; not written by the library */
+    char Code[128];
+    AT_AMSS_RES AtExeResult;
+    int Reserve;
+} nvramcontnetres;
+
 typedef struct {
     char softFlag;
     char HardFlag;

@@ -16,6 +16,16 @@
 extern "C" {
 #endif
 
+/* The service-provider name as the SIM holds it (^SPN): read by the operator-name functions and,
+ * decoded to UTF-8, by at_spn_get. */
+typedef struct spnstruct {
+    int disp_rplmn;    /* display condition */
+    int coding;        /* 0: GSM 7-bit text; other: UCS2, as hexadecimal digits or raw bytes */
+    char spn_name[33];
+    int Reserve;
+    AT_AMSS_RES AtExeResult;
+} spnresult;
+
 /* ---- Signal quality ------------------------------------------------------------------------ */
 
 typedef struct {

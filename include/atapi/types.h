@@ -17,7 +17,8 @@ typedef uint32_t ATS_BOOL;
 /* Selector of two-way command functions. */
 typedef enum {
     AT_CHECK_VALUE = 0, /* query */
-    AT_SET_VALUE = 1    /* set */
+    AT_SET_VALUE = 1,   /* set */
+    AT_ENUM_MAX = 2
 } AT_OPERATE_VALUE;
 
 #ifdef __cplusplus
