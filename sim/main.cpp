@@ -26,13 +26,16 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr char kUsage[] =
-    "usage: modemsim [--scenario FILE] [--link PATH] [--control PATH] [--latency MS] [--verbose]\n"
+    "usage: modemsim [--scenario FILE] [--set NAME=VALUE]... [--link PATH] [--control PATH]\n"
+    "                [--latency MS] [--verbose]\n"
     "\n"
     "Simulates a modem's AT port on a pseudo-terminal and prints the terminal's path.\n"
     "\n"
     "  --scenario FILE  the rules, variables, stores and timed lines to play (see\n"
     "                   sim/scenarios/default.scn for the format); without it, the\n"
     "                   built-in default scenario, an LTE modem on a home network\n"
+    "  --set NAME=VALUE start with the scenario variable NAME set to VALUE (for example\n"
+    "                   --set \"pin_state=SIM PIN\" for a SIM that wants its PIN)\n"
     "  --link PATH      also make PATH a symbolic link to the terminal (replaced if it\n"
     "                   exists, removed on exit), so a server can be given a fixed name\n"
     "  --control PATH   make PATH a FIFO; each line written to it is an event for the\n"
@@ -304,6 +307,7 @@ private:
 
 int main(int argc, char** argv) {
     std::string scenario_path, link, control_path;
+    std::vector<std::pair<std::string, std::string>> settings;
     int latency = 0;
     bool verbose = false;
     for (int i = 1; i < argc; ++i) {
@@ -314,6 +318,14 @@ int main(int argc, char** argv) {
             return 0;
         } else if (a == "--scenario" && has_value) {
             scenario_path = argv[++i];
+        } else if (a == "--set" && has_value) {
+            const std::string_view kv = argv[++i];
+            const size_t eq = kv.find('=');
+            if (eq == 0 || eq == std::string_view::npos) {
+                std::fprintf(stderr, "modemsim: --set needs NAME=VALUE\n%s", kUsage);
+                return 2;
+            }
+            settings.emplace_back(kv.substr(0, eq), kv.substr(eq + 1));
         } else if (a == "--link" && has_value) {
             link = argv[++i];
         } else if (a == "--control" && has_value) {
@@ -335,6 +347,8 @@ int main(int argc, char** argv) {
                      error.c_str());
         return 2;
     }
+
+    for (const auto& [name, value] : settings) sc->vars[name] = value;
 
     int control = -1;
     if (!control_path.empty()) {

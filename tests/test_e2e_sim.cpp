@@ -27,10 +27,12 @@ std::string rssi() {
 
 TEST(Simulator, BuiltInDefaultIsTheFictionalModem) {
     e2e::Stack stack;
+    stack.sim_options = {"--set", "rssi=11"};
     ASSERT_TRUE(stack.start());
     const e2e::Outcome o = e2e::exchange("AT+CGMI");
     EXPECT_EQ(o.ret_val, AT_CMD_OK);
     EXPECT_EQ(o.report, "Example Modems");
+    EXPECT_EQ(e2e::exchange("AT+CSQ", "+CSQ").report, "+CSQ: 11,99");
 }
 
 TEST(Simulator, ControlInputAndADroppedPort) {

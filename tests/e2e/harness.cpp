@@ -100,6 +100,7 @@ Stack::~Stack() {
 bool Stack::start_sim() {
     std::vector<std::string> argv = {MODEMSIM_BIN, "--link", link_, "--control", control_};
     if (!scenario_.empty()) argv.insert(argv.end(), {"--scenario", scenario_});
+    argv.insert(argv.end(), sim_options.begin(), sim_options.end());
     if (!sim.spawn(argv, true)) return false;
     struct stat st {};
     for (int i = 0; i < 300 && stat(link_.c_str(), &st) != 0; ++i) std::this_thread::sleep_for(10ms);

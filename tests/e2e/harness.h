@@ -66,6 +66,7 @@ public:
     bool control(std::string_view line) const;
 
     Child sim, server;
+    std::vector<std::string> sim_options;  // more modemsim arguments, such as {"--set", "pin_state=SIM PIN"}
 
 private:
     atapi_test::RunDir dir_;
