@@ -9,44 +9,20 @@
 set -euo pipefail
 native=$1 emulated=$2 scenario=$3
 
+source "$(dirname "$0")/../support/stack.sh"
 scratch=$(mktemp -d /tmp/atapi-cross-XXXXXX)
-pids=()
-stop_all() {
-    # The server first: it removes its queues and pid file on SIGTERM.
-    local i
-    for ((i = ${#pids[@]} - 1; i >= 0; i--)); do
-        kill "${pids[i]}" 2>/dev/null || true
-        wait "${pids[i]}" 2>/dev/null || true
-    done
-    pids=()
-}
-trap 'stop_all; rm -rf "$scratch"' EXIT
+trap 'stop_stack; rm -rf "$scratch"' EXIT
 
 # The modem's clock is the only answer that moves between runs: stopped here.
 sed -e 's|${clock}|2026/11/22,08:30:00|g' -e 's|${nwtime}|26/11/22,08:30:00|g' "$scenario" >"$scratch/fixed.scn"
 
-# wait_for -e|-s PATH: until the modem's link exists, or the pid file has the pid in it.
-wait_for() {
-    local i
-    for i in $(seq 200); do test "$1" "$2" && return 0; sleep 0.05; done
-    echo "$2 did not appear" >&2
-    return 1
-}
-
 # answers SERVER CLIENT OUT: atctl's JSON status through SERVER, from CLIENT, and its exit status.
 answers() {
-    local run
+    local run status=0
     run=$(mktemp -d "$scratch/run-XXXXXX")
-    export ATAPI_RUN_DIR=$run
-    "$native/sim/modemsim" --scenario "$scratch/fixed.scn" --link "$run/modem" >/dev/null &
-    pids+=($!)
-    wait_for -e "$run/modem"
-    "$1" --device "$run/modem" --foreground &
-    pids+=($!)
-    wait_for -s "$run/pidfile/atserver.pid"
-    local status=0
+    start_stack "$run" "$scratch/fixed.scn" "$native/sim/modemsim" -- "$1"
     "$2" --json status --zone +32 >"$3" || status=$?
-    stop_all
+    stop_stack
     echo "exit $status" >>"$3"
 }
 

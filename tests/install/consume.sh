@@ -13,17 +13,9 @@ read -r -a emu <<<"$4"
 shift 4
 here=$(cd "$(dirname "$0")" && pwd)
 
+source "$here/../support/stack.sh"
 scratch=$(mktemp -d /tmp/atapi-install-XXXXXX)
-pids=()
-cleanup() {
-    local i
-    for ((i = ${#pids[@]} - 1; i >= 0; i--)); do
-        kill "${pids[i]}" 2>/dev/null || true
-        wait "${pids[i]}" 2>/dev/null || true
-    done
-    rm -rf "$scratch"
-}
-trap cleanup EXIT
+trap 'stop_stack; rm -rf "$scratch"' EXIT
 fail() { echo "FAILED: $*"; exit 1; }
 
 prefix=$scratch/prefix
@@ -39,15 +31,9 @@ for lib in atapi atplatform; do
 done
 
 # The README's lines, with the simulated modem in place of the real one.
-run=$scratch/run
-mkdir "$run"
-export ATAPI_RUN_DIR=$run
-"${emu[@]}" "$prefix/bin/modemsim" --scenario "$prefix/share/atapi/scenarios/default.scn" --link "$run/modem" >/dev/null &
-pids+=($!)
-for _ in $(seq 200); do [ -e "$run/modem" ] && break; sleep 0.05; done
-"${emu[@]}" "$prefix/sbin/atserver" --device "$run/modem" --baud 115200 --foreground &
-pids+=($!)
-for _ in $(seq 200); do [ -s "$run/pidfile/atserver.pid" ] && break; sleep 0.05; done
+mkdir "$scratch/run"
+start_stack "$scratch/run" "$prefix/share/atapi/scenarios/default.scn" "${emu[@]}" "$prefix/bin/modemsim" \
+    -- "${emu[@]}" "$prefix/sbin/atserver" --baud 115200 || fail "installed modemsim and atserver did not start"
 "${emu[@]}" "$prefix/bin/atctl" status >"$scratch/atctl.out" || fail "installed atctl status: $(cat "$scratch/atctl.out")"
 
 # shellcheck disable=SC2046  # pkg-config's output is meant to be split into words
