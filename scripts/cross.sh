@@ -41,16 +41,19 @@ if [ "$(cat "$sysroot/.packages" 2>/dev/null)" != "${target_packages[*]}" ]; the
     if ! dpkg --print-foreign-architectures | grep -qx armhf; then
         $sudo_cmd dpkg --add-architecture armhf
     fi
-    if ! apt-cache show "${target_packages[0]}:armhf" >/dev/null 2>&1; then
-        # A mirror that is half-way through an update fails one list or another; the armhf lists
-        # this needs are checked right after.
-        $sudo_cmd apt-get update -qq || true
-    fi
     debs=$(mktemp -d)
-    (cd "$debs" && apt-get download -qq -o APT::Sandbox::User="$(id -un)" "${target_packages[@]/%/:armhf}")
+    trap 'rm -rf "$debs"' EXIT
+    download() {
+        (cd "$debs" && apt-get download -qq -o APT::Sandbox::User="$(id -un)" "${target_packages[@]/%/:armhf}")
+    }
+    # No armhf lists yet, or lists older than the mirror: fetch them and try again. (A mirror in
+    # mid-update fails one list or another; the download says whether the ones needed are there.)
+    if ! apt-cache show "${target_packages[0]}:armhf" >/dev/null 2>&1 || ! download 2>/dev/null; then
+        $sudo_cmd apt-get update -qq || true
+        download
+    fi
     rm -rf "$sysroot"
     for deb in "$debs"/*.deb; do dpkg-deb -x "$deb" "$sysroot"; done
-    rm -rf "$debs"
     echo "${target_packages[*]}" >"$sysroot/.packages"
 fi
 
