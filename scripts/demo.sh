@@ -19,6 +19,11 @@ if [ ! -f "$build/CMakeCache.txt" ]; then
 fi
 ninja -C "$build" atctl atserver modemsim >/dev/null
 
+# A cross build's programs run through the emulator launchers that build made for them.
+program() {
+    if [ -x "$build/emulated/${1##*/}" ]; then echo "$build/emulated/${1##*/}"; else echo "$build/$1"; fi
+}
+
 run_dir=$(mktemp -d /tmp/atapi-demo-XXXXXX)
 sim_pid=""
 server_pid=""
@@ -36,12 +41,12 @@ trap stop EXIT
 trap 'exit 130' INT TERM
 export ATAPI_RUN_DIR=$run_dir
 
-"$build/sim/modemsim" --link "$run_dir/modem" >/dev/null &
+"$(program sim/modemsim)" --link "$run_dir/modem" >/dev/null &
 sim_pid=$!
 for _ in $(seq 100); do [ -e "$run_dir/modem" ] && break; sleep 0.05; done
 [ -e "$run_dir/modem" ] || { echo "demo: modemsim did not start" >&2; exit 1; }
 
-"$build/server/atserver" --device "$run_dir/modem" --foreground &
+"$(program server/atserver)" --device "$run_dir/modem" --foreground &
 server_pid=$!
 for _ in $(seq 100); do [ -s "$run_dir/pidfile/atserver.pid" ] && break; sleep 0.05; done
 [ -s "$run_dir/pidfile/atserver.pid" ] || { echo "demo: atserver did not start" >&2; exit 1; }
@@ -49,5 +54,5 @@ for _ in $(seq 100); do [ -s "$run_dir/pidfile/atserver.pid" ] && break; sleep 0
 echo "modemsim (pid $sim_pid) and atserver (pid $server_pid) in $run_dir"
 echo "\$ atctl ${*:-status}"
 status=0
-"$build/tools/atctl" "${@:-status}" || status=$?
+"$(program tools/atctl)" "${@:-status}" || status=$?
 exit "$status"

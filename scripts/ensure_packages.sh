@@ -6,6 +6,8 @@ ensure_packages() {
     [ ${#missing[@]} -eq 0 ] && return 0
     echo "installing: ${missing[*]}"
     [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
-    $sudo_cmd apt-get update -qq
+    # A mirror caught mid-update fails one package list or another; the install below still
+    # succeeds when the lists it needs are there, and fails plainly when not.
+    $sudo_cmd apt-get update -qq || echo "apt-get update reported errors; installing anyway" >&2
     DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}" >/dev/null
 }

@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # Builds libatapi and runs the whole test suite. Installs what a fresh Debian 12 machine lacks.
-#   scripts/test.sh              normal build in build/, then ctest
+#   scripts/test.sh              Release build (-O3) in build/, then ctest
 #   scripts/test.sh --sanitize   AddressSanitizer + UBSan build in build-asan/, then ctest
 #   scripts/test.sh --tsan       ThreadSanitizer build in build-tsan/, the concurrency tests
-#   scripts/test.sh --release    Release build (-O3) in build-release/, then ctest
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 mode=${1:-normal}
@@ -13,11 +12,10 @@ ensure_packages cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbe
     clang libclang-rt-14-dev
 
 case "$mode" in
-    normal)     dir=build;      opts=() ;;
+    normal)     dir=build;      opts=(-DCMAKE_BUILD_TYPE=Release) ;;
     --sanitize) dir=build-asan; opts=(-DATAPI_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DATAPI_BENCH=OFF) ;;
     --tsan)     dir=build-tsan; opts=(-DATAPI_TSAN=ON -DCMAKE_BUILD_TYPE=Debug -DATAPI_BENCH=OFF) ;;
-    --release)  dir=build-release; opts=(-DCMAKE_BUILD_TYPE=Release) ;;
-    *) echo "usage: $0 [--sanitize|--tsan|--release]" >&2; exit 2 ;;
+    *) echo "usage: $0 [--sanitize|--tsan]" >&2; exit 2 ;;
 esac
 
 cmake -S "$top" -B "$top/$dir" -G Ninja "${opts[@]}" >/dev/null
