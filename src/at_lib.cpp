@@ -110,6 +110,18 @@ bool serves_queues(int pid, ATS_QUEUE rcv_q, ATS_QUEUE snd_q) {
     return (st.st_uid == rq.msg_perm.cuid || st.st_uid == 0) && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+// Replies of this thread id that wait before the request goes out: a late reply to an earlier
+// request of this thread (dropped as the wait would drop it), or one meant for an earlier thread
+// that had the same id, in this process or a process now gone.
+void drop_waiting_replies(ATS_QUEUE snd_q, const msg_q& req) {
+    msg_q tmp{};
+    while (ATS_msgQex_recv(snd_q, &tmp, sizeof(msg_q), 0, static_cast<unsigned int>(req.client_id)) != -1) {
+        if (tmp.seq < req.seq) ATS_TRACE(INFO, "Error:Msg seq erro,taskid = %d\n", ATS_task_getid());
+        else ATS_TRACE(INFO, "in clear_msg_from_queue, Error: Read a mtype=%ld msg!\n", static_cast<long>(req.client_id));
+    }
+    memset_s(&tmp, sizeof tmp, 0, sizeof tmp);
+}
+
 Outcome exchange_once(msg_q* msg_buf) {
     if (get_ats_queue_id() == -1) return Outcome::failed;
     const ATS_QUEUE rcv_q = load(g_ats_lib_rcv_mq_id);
@@ -121,10 +133,10 @@ Outcome exchange_once(msg_q* msg_buf) {
     }
 
     msg_buf->seq = send_msg_id.fetch_add(1, std::memory_order_relaxed);
-    // A request this thread left behind after an earlier failure must not be answered now, and a
-    // reply already waiting for this thread id belongs to an earlier thread that had the same id.
+    // A request this thread left behind after an earlier failure must not be answered now, and no
+    // reply waiting for this thread id before the request is sent can be its answer.
     clear_msg_from_queue(rcv_q, msg_buf->client_id);
-    clear_msg_from_queue(snd_q, msg_buf->client_id);
+    drop_waiting_replies(snd_q, *msg_buf);
 
     int retcode = 0;
     if (send_to_msgqueue(rcv_q, msg_buf, &retcode) == -1) {
