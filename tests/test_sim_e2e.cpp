@@ -113,6 +113,24 @@ TEST(SimE2e, RawUcs2ProviderName) {
     EXPECT_STREQ(r.Code, "\xE4\xB8\xAD\xE6\x96\x87");
 }
 
+// modemsim --verbose shows every code of the PIN commands as ***.
+TEST(SimE2e, VerboseOutputMasksCodes) {
+    std::string error;
+    std::optional<sim::Scenario> sc = sim::Scenario::builtin("default.scn", &error);
+    ASSERT_TRUE(sc) << error;
+    const sim::Engine engine(std::move(*sc));
+    const std::pair<const char*, const char*> rows[] = {
+        {"AT+CPIN=1234",                    "AT+CPIN=***"},
+        {"AT+CPIN=12345678,4321",           "AT+CPIN=***,***"},
+        {"AT^CPIN=\"1234\",\"\"",             "AT^CPIN=\"***\",\"***\""},
+        {"AT+CLCK=\"SC\",1,\"1234\"",         "AT+CLCK=\"SC\",1,\"***\""},
+        {"AT+CPWD=\"SC\",\"1234\",\"4321\"",  "AT+CPWD=\"SC\",\"***\",\"***\""},
+        {"AT+CLCK=\"SC\", 2",               "AT+CLCK=\"SC\", 2"},
+        {"AT+CPIN?",                        "AT+CPIN?"},
+    };
+    for (const auto& [line, shown] : rows) EXPECT_EQ(engine.masked(line), shown);
+}
+
 // ---- atctl sim ----------------------------------------------------------------------------------
 
 class AtctlSim : public ::testing::Test {
