@@ -587,7 +587,7 @@ TEST(Refusals, NothingSent) {
 // With the AT server gone every function fails at once, leaves its record alone and writes its
 // failure trace where it has one.
 TEST(Refusals, ServerGone) {
-    const std::vector<std::tuple<const char*, bool (*)(), const char*>> cases = {
+    expect_server_gone({
         {"AT_PinEnableDisableCmd", [] { return fails_untouched<PinEnableResult>([](PinEnableResult* r) { PinEnStruct p = lock("2", ""); return AT_PinEnableDisableCmd(1, &p, r); }); },
          "GetDataFromAtServer clck command failed!\n"},
         {"AT_PinModify", [] { return fails_untouched<PinModifyResultCode>([](PinModifyResultCode* r) { return AT_PinModify(kSc, kPin, kNew, r); }); }, ""},
@@ -597,16 +597,7 @@ TEST(Refusals, ServerGone) {
         {"AT_Csim", [] { char a[] = "00"; at_sim_cmd_packet p{2, a, {}}; return AT_Csim(&p) == -1; }, "AT_Csim get data from ats failed\n"},
         {"at_spn_get", [] { return fails_untouched<nvramcontnetres>(at_spn_get); }, ""},
         {"AT_Cnum", [] { return fails_untouched<StSetCunmInfo>(AT_Cnum); }, ""},
-    };
-    FakeAtServer ats;
-    ats.die();
-    for (const auto& [what, call, trace] : cases) {
-        clear_traces();
-        EXPECT_TRUE(call()) << what;
-        if (*trace) {
-            EXPECT_EQ(count_trace(trace), 1u) << what;
-        }
-    }
+    });
 }
 
 // ---- The service-provider name ---------------------------------------------------------------------
