@@ -34,7 +34,7 @@ int pin_check(PinMgResultCode* Result) {
 int pin_execute(char* Pin, char* NewPin, PinMgResultCode* Result) {
     if (!Result || !Pin) return -1;
     Request req;
-    // The +CPIN codes go unquoted, and an empty new PIN means the one-code form.
+    // Intended: the +CPIN codes go unquoted, and an empty new PIN means the one-code form.
     const bool formatted = NewPin && NewPin[0] != '\0' ? AT_FORMAT_CMD(req, 639, "AT+CPIN=%s,%s", Pin, NewPin)
                                                        : AT_FORMAT_CMD(req, 639, "AT+CPIN=%s", Pin);
     if (!formatted) return -1;
@@ -56,7 +56,7 @@ int pin_check_ex(PinMgResultCodeEx* Result) {
 int pin_execute_ex(char* Pin, char* NewPin, PinMgResultCodeEx* Result) {
     if (!Pin || !Result) return -1;
     Request req{atapi::kQuickTimeout};
-    // Unlike +CPIN, the codes are quoted and any new PIN, even an empty one, gives the two-code form.
+    // Intended: unlike +CPIN, the codes are quoted and any new PIN, even an empty one, gives two codes.
     const bool formatted = NewPin ? AT_FORMAT_CMD(req, 639, "AT^CPIN=\"%s\",\"%s\"", Pin, NewPin)
                                   : AT_FORMAT_CMD(req, 639, "AT^CPIN=\"%s\"", Pin);
     if (!formatted) return -1;
@@ -89,7 +89,7 @@ extern "C" int AT_PinEnableDisableCmd(int CmdType, PinEnStruct* Param, PinEnable
     if (!query && std::strcmp(Param->Mode, "0") != 0 && std::strcmp(Param->Mode, "1") != 0) return -1;
 
     Request req{atapi::kQuickTimeout};
-    // The query has a blank after the comma, the lock/unlock form none: both as the modem expects them.
+    // Intended: the query has a blank after the comma, the lock/unlock form none.
     const bool formatted = query ? AT_FORMAT_CMD(req, 639, "AT+CLCK=\"%s\", %s", Param->Fac, Param->Mode)
                                  : AT_FORMAT_CMD(req, 639, "AT+CLCK=\"%s\",%s,\"%s\"", Param->Fac, Param->Mode,
                                                  Param->Passwd);
@@ -104,7 +104,7 @@ extern "C" int AT_PinEnableDisableCmd(int CmdType, PinEnStruct* Param, PinEnable
         ATS_TRACE(INFO, "get clck at error command\n");
         return -1;
     }
-    // Set before the parse: a query whose answer does not parse still reports success here.
+    // Intended: set before the parse, so a query whose answer does not parse still says success.
     Result->AtExeResult = AT_CMD_RES_SUCCESS;
     if (!query) return 0;
     atapi::ParseTree tree = req.parse("+CLCK", AT_FUNCTION_PIN_CFG, AT_OPERATION_TYPE_EXECUTE);
@@ -123,7 +123,7 @@ extern "C" int AT_PinModify(char* Fac, char* OldPwd, char* NewPwd, PinModifyResu
     if (!AT_FORMAT_CMD(req, 639, "AT+CPWD=\"%s\",\"%s\",\"%s\"", Fac, OldPwd, NewPwd)) return -1;
     req.set_match("+CPWD");
     if (int rc = req.exchange()) return rc;
-    // Only the password change reads a plain ERROR as the command's outcome.
+    // Intended: only the password change reads a plain ERROR as the command's outcome.
     if (req.result() == AT_ERROR) {
         Result->AtExeResult = AT_CMD_RES_ERR;
         return 0;
@@ -144,6 +144,7 @@ extern "C" int AT_cpin_check(PinMgResultCode* Result) {
 }
 
 extern "C" int AT_cpin_execute(char* Pin, char* NewPin, PinMgResultCode* Result) {
+    // Intended: both codes or neither; an empty new PIN is how a caller asks for the one-code form.
     if (!Result || (Pin == nullptr) != (NewPin == nullptr)) {
         ATS_TRACE(WARNING, "Param is error!\n");
         return -1;

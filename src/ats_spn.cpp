@@ -151,7 +151,7 @@ extern "C" int Decode_SPN_to_UCS2(int iCode, const unsigned char* puszText, int 
     unsigned char bytes[kNameBytes + 1] = {0};
     const std::size_t text_len = iTextLen > 0 ? static_cast<std::size_t>(iTextLen) : 0;
     std::size_t count;
-    if (puszText[0] & 0x80) {
+    if (text_len > 0 && (puszText[0] & 0x80)) {
         count = text_len < kNameBytes ? text_len : kNameBytes;
         std::memcpy(bytes, puszText, count);
     } else {
@@ -223,7 +223,7 @@ extern "C" int at_spn_get(nvramcontnetres* Result) {
     Result->AtExeResult = AT_CMD_RES_SUCCESS;
     spnresult spn{};
     char match[] = "^SPN";
-    // A reply that does not parse leaves the name empty, like one that does not decode.
+    // Intended: a reply that does not parse leaves the name empty with success, like one that does not decode.
     parse_spn_vf(req.report(), &spn, match);
     if (handle_spn_name(&spn) == -1) Result->Code[0] = '\0';
     else AT_FORMAT_TEXT(Result->Code, spn.spn_name);

@@ -201,7 +201,7 @@ extern "C" int AT_get_mnc_length(void) {
 
 extern "C" int AT_get_sim_gid1(char* pstResult, int ilen) {
     if (!pstResult || ilen <= 0) return -1;
-    // p3 0 reads the whole file. The status is not looked at: whatever the card sent is GID1.
+    // p3 0 reads the whole file. Intended: the status is not looked at, whatever the card sent is GID1.
     FileRead gid{AT_CRSM_FILEID_SIM_GID, 0};
     if (!gid.done()) {
         ATS_TRACE(ERROR, "[AT_get_sim_gid1] AT_Crsm failed!\n");

@@ -215,21 +215,17 @@ TEST(SimFiles, MncLength) {
 }
 
 TEST(SimFiles, Gid1) {
-    for (int ilen : {64, 5}) {
-        run_readers(crsm_line(176, 0x6F3E, 0), [ilen] {
-            char buf[64];
-            std::memset(buf, 'x', sizeof buf);
-            buf[63] = '\0';
-            const int rc = AT_get_sim_gid1(buf, ilen);
-            return std::make_pair(rc, std::string(buf));
-        }, {
-            {"read", ok("+CRSM: 144,0,\"4558FFFF\""), 0, ilen == 64 ? "4558FFFF" : "4558", ""},
-            // The status is not looked at: what the card sent is GID1.
-            {"any status", ok("+CRSM: 106,130,\"00\""), 0, "00", ""},
-            {"no response", ok("+CRSM: 144,0"), -1, std::string(63, 'x'), "[AT_get_sim_gid1] AT_Crsm NULL == stCrsmResult.response!\n"},
-            {"error", result(AT_ERROR), -1, std::string(63, 'x'), "[AT_get_sim_gid1] AT_Crsm failed!\n"},
-        });
-    }
+    run_readers(crsm_line(176, 0x6F3E, 0), [] {
+        char buf[8] = "unread";
+        const int rc = AT_get_sim_gid1(buf, 5);
+        return std::make_pair(rc, std::string(buf));
+    }, {
+        {"read, cut to ilen", ok("+CRSM: 144,0,\"4558FFFF\""), 0, "4558", ""},
+        // The status is not looked at: what the card sent is GID1.
+        {"any status", ok("+CRSM: 106,130,\"00\""), 0, "00", ""},
+        {"no response", ok("+CRSM: 144,0"), -1, "unread", "[AT_get_sim_gid1] AT_Crsm NULL == stCrsmResult.response!\n"},
+        {"error", result(AT_ERROR), -1, "unread", "[AT_get_sim_gid1] AT_Crsm failed!\n"},
+    });
 }
 
 std::string hex(const std::string& bytes) {
@@ -248,27 +244,28 @@ std::string acl(std::initializer_list<std::string> labels, int count = 1, const 
 }
 
 TEST(SimFiles, SimApn) {
-    const std::string name32(32, 'a');
-    for (unsigned buf_len : {40u, 9u}) {
-        auto cut = [buf_len](std::string s) { return s.substr(0, buf_len - 1); };
-        run_readers(crsm_line(176, 0x6F57, 255), [buf_len] {
-            char buf[40] = "untouched";
-            const int rc = AT_get_sim_apn(buf, buf_len);
-            return std::make_pair(rc, std::string(buf));
-        }, {
-            {"two labels",       ok(acl({"intern", "com"})), 0, cut("intern.com"), "AT_get_sim_apn parse_sim_apn succeed!\n"},
-            {"three labels",     ok(acl({"internet", "example", "net"})), 0, cut("internet.example.net"), ""},
-            {"cut to 32",        ok(acl({name32, "xyz"})), 0, cut(name32), ""},
-            {"lax tag, one D",   ok(acl({"ab"}, 1, "D0")), 0, cut("ab"), ""},
-            {"tag without D",    ok(acl({"ab"}, 1, "AB")), -1, "untouched", ""},
-            {"empty list",       ok("+CRSM: 144,0,\"FFFFFF\""), -1, "untouched", ""},
-            {"no entries",       ok(acl({"ab"}, 0)), -1, "untouched", ""},
-            {"bad status",       ok("+CRSM: 106,130,\"" + acl({"ab"}).substr(14)), -1, "untouched", ""},
-            {"data ends early",  ok("+CRSM: 144,0,\"01DD0A0461626364\""), 0, cut("abcd"), ""},
-            {"hostile length",   ok("+CRSM: 144,0,\"01DDFF7F" + std::string(300, '4') + "\""), 0, cut(std::string(32, 'D')), ""},
-            {"error",            result(AT_ERROR), -1, "untouched", ""},
-        });
-    }
+    run_readers(crsm_line(176, 0x6F57, 255), [] {
+        char buf[40] = "untouched";
+        const int rc = AT_get_sim_apn(buf, 20);
+        return std::make_pair(rc, std::string(buf));
+    }, {
+        {"six and three",   ok(acl({"intern", "com"})), 0, "intern.com", "AT_get_sim_apn parse_sim_apn succeed!\n"},
+        {"cut to buf_len",  ok(acl({"internet", "example", "net"})), 0, "internet.example.ne", ""},
+        {"lax tag, one D",  ok(acl({"ab"}, 1, "D0")), 0, "ab", ""},
+        {"tag without D",   ok(acl({"ab"}, 1, "AB")), -1, "untouched", ""},
+        {"empty list",      ok("+CRSM: 144,0,\"FFFFFF\""), -1, "untouched", ""},
+        {"no entries",      ok(acl({"ab"}, 0)), -1, "untouched", ""},
+        {"bad status",      ok("+CRSM: 106,130,\"" + acl({"ab"}).substr(14)), -1, "untouched", ""},
+        {"data ends early", ok("+CRSM: 144,0,\"01DD0A0461626364\""), 0, "abcd", ""},
+        {"error",           result(AT_ERROR), -1, "untouched", ""},
+    });
+    // However long the entry says it is, the name stays in its 33 bytes.
+    char name[33 + 8];
+    std::memset(name, 'x', sizeof name);
+    std::string hostile = "01DDFF7F" + std::string(300, '4');
+    EXPECT_EQ(parse_sim_apn(reinterpret_cast<unsigned char*>(hostile.data()), name), 0);
+    EXPECT_EQ(std::string(name), std::string(32, 'D'));
+    EXPECT_EQ(name[33], 'x');
 }
 
 // ---- PIN management ------------------------------------------------------------------------------
@@ -422,23 +419,18 @@ TEST(Identity, IdentityReads) {
         {"unparsable",       ok("8900"),           -1, ""},
     });
     run<StScid>({"AT^SCID", "^SCID", 30}, AT_SCID, [](auto& r) { return fields(r.Code); }, {
-        {"card id",          ok("^SCID: 89001012012341234012"), 0, "89001012012341234012", kOk},
         {"cut to 20",        ok("^SCID: " + std::string(30, '9')), 0, std::string(20, '9'), kOk},
         {"CMS error mapped", cms("+CMS ERROR: 310"), 0, "?", AT_CMD_RES_SIM_FAIL},
-        {"plain error",      result(AT_ERROR),      -1, ""},
     });
     run<StCurrsid>({"AT^CURRSID?", "^CURRSID", 30}, AT_Currsid, [](auto& r) { return fields(r.curr_sid, r.curr_nid, r.curr_evdo_subnetid); }, {
         {"three values",     ok("^CURRSID: 13840,1,\"00A1\""), 0, "13840,1,00A1", kOk},
         {"short",            ok("^CURRSID: 7"),              0, "7,?,?", kOk},
-        {"CME error mapped", cme("+CME ERROR: 4"),           0, "?,?,?", AT_CMD_RES_OPERATION_NOT_SUPPORTED},
         {"plain error",      result(AT_ERROR),              -1, ""},
     });
     run<APHPLMN>({"AT^APHPLMN?", "^APHPLMN", 30}, [](APHPLMN* r) { return AT_aphplmn(0, r); },
                  [](auto& r) { return fields(r.mcc_mnc, r.Reserve); }, {
-        {"home PLMN",        ok("^APHPLMN: 46000"),      0, "46000,?", kOk},
         {"cut to 7",         ok("^APHPLMN: 123456789"),  0, "1234567,?", kOk},
         {"CME error mapped", cme("+CME ERROR: 11"),      0, "?,?", AT_CMD_RES_PIN_REQ},
-        {"plain error",      result(AT_ERROR),          -1, ""},
         {"unparsable",       ok("46000"),               -1, ""},
     });
 }
@@ -520,7 +512,7 @@ TEST(Identity, SlotSwitches) {
         {"AT^SIMGPIO=1", [] { int v = 1; return AT_SimGpio(1, &v); }},
     };
     for (const auto& [line, call] : sets)
-        for (const auto& [reply, rc] : std::initializer_list<std::pair<Reply, int>>{{ok(), 0}, {result(AT_ERROR), -1}, {cme("+CME ERROR: 3"), -1}}) {
+        for (const auto& [reply, rc] : std::initializer_list<std::pair<Reply, int>>{{ok(), 0}, {cme("+CME ERROR: 3"), -1}}) {
             ats.clear_requests();
             ats.reply(reply);
             EXPECT_EQ(call(), rc) << line;
@@ -629,49 +621,29 @@ TEST(Spn, DecodedToUtf8) {
 
 // The steps of the chain, where their contract is their own: limits and terminators.
 TEST(Spn, ChainSteps) {
-    unsigned short w[40];
+    unsigned short w[8];
     std::memset(w, 0xEE, sizeof w);
     int n = -1;
     const unsigned char gsm[] = {'A', 0x1B, 0x65, 0x7F};
     EXPECT_EQ(GSM_7BitToWCHAR(gsm, 4, w, 3, &n), 0);
     EXPECT_EQ(std::vector<unsigned short>(w, w + 4), (std::vector<unsigned short>{'A', 0x20AC, 0xE0, 0}));
-    EXPECT_EQ(n, 3);
-    EXPECT_EQ(GSM_7BitToWCHAR(gsm, 4, w, 2, &n), -1);                   // past the buffer
-    std::memset(w, 0xEE, sizeof w);
-    EXPECT_EQ(GSM_7BitToWCHAR(gsm, 4, w, 0, &n), 0);                    // counting only
-    EXPECT_EQ(std::make_tuple(n, w[0], w[3]), std::make_tuple(3, 0xEEEE, 0));
-    const unsigned char bad[] = {0x80};
-    EXPECT_EQ(GSM_7BitToWCHAR(bad, 1, w, 4, &n), -1);
-    EXPECT_EQ(GSM_7BitToWCHAR(gsm, 1, w, -1, &n), -1);
-
-    unsigned char b[4] = {};
-    EXPECT_EQ(gsmString2Bytes("a1B2", b, 4), 2);
-    EXPECT_EQ(b[0] << 8 | b[1], 0xA1B2);
-    EXPECT_EQ(gsmString2Bytes(nullptr, b, 4), 0);
-    const unsigned char be[] = {0x04, 0x1F, 0x00, 0x41, 0x99};
-    EXPECT_EQ(ByteOrder2WideChar(be, w, 5), 2);
-    EXPECT_EQ(std::make_tuple(w[0], w[1], w[2]), std::make_tuple(0x041F, 0x41, 0));
-    EXPECT_EQ(spn_wcslen(nullptr), -1);
+    EXPECT_EQ(GSM_7BitToWCHAR(gsm, 4, w, 2, &n), -1);  // past the buffer
 
     unsigned short a31[33] = {}, a32[33] = {};
-    for (int i = 0; i < 31; ++i) a31[i] = 'A';
-    for (int i = 0; i < 32; ++i) a32[i] = 'A';
+    std::fill_n(a31, 31, 'A');
+    std::fill_n(a32, 32, 'A');
     unsigned char out[100] = {};
     EXPECT_EQ(ucs2_to_utf8(a31, out, 31), 0);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out)), std::string(31, 'A'));
     EXPECT_EQ(ucs2_to_utf8(a32, out, 31), -1);
 
-    // However long the text, the decoder reads no further than its buffers and writes 32 characters.
+    // However long the text or its count, the decoder stays in its buffers and writes 32 characters.
     unsigned short dst[32 + 8];
     std::memset(dst, 0xEE, sizeof dst);
-    const std::string raw = "\x80" + std::string(200, '\x41');
+    const std::string raw = "\x80" + std::string(200, '\x41'), counted = "\x82\xFF\x30\x00" + std::string(200, '\xC1');
     EXPECT_EQ(Decode_SPN_to_UCS2(1, reinterpret_cast<const unsigned char*>(raw.data()), 201, dst), 0);
-    EXPECT_EQ(spn_wcslen(dst), 15);
-    EXPECT_EQ(dst[32], 0xEEEE);
-    const std::string counted = "\x82\xFF\x30\x00" + std::string(200, '\xC1');
+    EXPECT_EQ(std::make_pair(spn_wcslen(dst), dst[32]), std::make_pair(15, static_cast<unsigned short>(0xEEEE)));
     EXPECT_EQ(Decode_SPN_to_UCS2(1, reinterpret_cast<const unsigned char*>(counted.data()), 204, dst), 0);
-    EXPECT_EQ(spn_wcslen(dst), 28);
-    EXPECT_EQ(dst[32], 0xEEEE);
+    EXPECT_EQ(std::make_pair(spn_wcslen(dst), dst[32]), std::make_pair(28, static_cast<unsigned short>(0xEEEE)));
 }
 
 }  // namespace
