@@ -17,6 +17,7 @@
 
 #include "atapi.h"
 #include "fake_ats.h"
+#include "trace_capture.h"
 
 namespace atapi_test {
 
@@ -120,6 +121,21 @@ bool fails_untouched(F call) {
     Rec r;
     std::memset(&r, kSB, sizeof r);
     return call(&r) == -1 && untouched(r);
+}
+
+// With the AT server gone: every call reports its own failure (true), and writes its failure
+// trace once where it names one ("" for none).
+using GoneCase = std::tuple<const char*, bool (*)(), const char*>;
+inline void expect_server_gone(const std::vector<GoneCase>& cases) {
+    FakeAtServer ats;
+    ats.die();
+    for (const auto& [what, call, trace] : cases) {
+        clear_traces();
+        EXPECT_TRUE(call()) << what;
+        if (*trace) {
+            EXPECT_EQ(count_trace(trace), 1u) << what;
+        }
+    }
 }
 
 }  // namespace atapi_test
