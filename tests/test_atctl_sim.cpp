@@ -95,8 +95,9 @@ TEST(AtctlSim, ModemErrorsExitOne) {
 // The README's one command, here against the build under test: it prints the status of the
 // simulated modem (or what the arguments ask for) and leaves no process and no run directory behind.
 TEST(AtctlSim, DemoScriptRunsAndCleansUp) {
-    const std::string scratch = std::filesystem::temp_directory_path() / "atctl-demo-test";
-    std::filesystem::create_directories(scratch);
+    atapi_test::RunDir dir;  // a scratch directory of this run only
+    ASSERT_TRUE(dir.ok());
+    const std::string scratch = dir.path();
     setenv("ATAPI_DEMO_BUILD", BUILD_DIR, 1);
     unsetenv("ATAPI_RUN_DIR");
     for (const std::string args : {"", " --json signal"}) {
@@ -125,7 +126,6 @@ TEST(AtctlSim, DemoScriptRunsAndCleansUp) {
             EXPECT_TRUE(parse_json(shown).value_or(Json{})["csq"]["ok"].boolean) << shown;
         }
     }
-    std::filesystem::remove_all(scratch);
 }
 
 }  // namespace

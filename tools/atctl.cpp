@@ -18,7 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iostream>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -238,11 +238,30 @@ std::vector<const Subcommand*> subcommands() {
     return out;
 }
 
+namespace {
+
+// One line into a fixed buffer, so that no copy of the secret is left behind in memory the
+// program gave back (a growing string would leave its earlier buffers unwiped).
+bool read_line(std::FILE* in, std::string& out) {
+    char buf[512];
+    const bool got = std::fgets(buf, sizeof buf, in) != nullptr;
+    if (got) {
+        const size_t n = std::strcspn(buf, "\r\n");
+        out.assign(buf, n);
+    }
+    explicit_bzero(buf, sizeof buf);
+    return got;
+}
+
+}  // namespace
+
 Secret::Secret(const Invocation& inv, std::string_view what, std::string_view file_option) {
+    value_.reserve(512);
     if (const std::optional<std::string> path = inv.option(file_option)) {
-        std::ifstream in(*path);
+        std::FILE* in = std::fopen(path->c_str(), "re");
         if (!in) throw UsageError("cannot read " + std::string(what) + " from " + *path);
-        std::getline(in, value_);
+        read_line(in, value_);
+        std::fclose(in);
     } else {
         const bool terminal = isatty(STDIN_FILENO) == 1;
         termios saved{};
@@ -253,13 +272,12 @@ Secret::Secret(const Invocation& inv, std::string_view what, std::string_view fi
             quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
             tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
         }
-        std::getline(std::cin, value_);
+        read_line(stdin, value_);
         if (terminal) {
             tcsetattr(STDIN_FILENO, TCSANOW, &saved);
             std::fputc('\n', stderr);
         }
     }
-    if (!value_.empty() && value_.back() == '\r') value_.pop_back();
     if (value_.empty())
         throw UsageError("no " + std::string(what) + " given (standard input, or " + std::string(file_option) + " FILE)");
 }
