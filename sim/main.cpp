@@ -92,7 +92,11 @@ private:
             } else if (n < 0 && errno == EINTR) {
                 continue;
             } else {
-                return;  // nobody reads the port: what a modem says then is lost
+                // A full terminal with a reader drains soon; when nobody reads the port, what a
+                // modem says is lost.
+                pollfd p{fd_, POLLOUT, 0};
+                if (n < 0 && errno == EAGAIN && poll(&p, 1, 1000) > 0 && (p.revents & POLLOUT)) continue;
+                return;
             }
         }
     }
@@ -119,6 +123,7 @@ private:
     void answer(const sim::Response& r) {
         if (r.prompt) {
             in_body_ = true;
+            body_bytes_ = r.body_bytes;
             emit("\r\n> ");
             return;
         }
@@ -137,11 +142,13 @@ private:
     void process_input() {
         while (!input_.empty() && reply_.empty()) {
             if (in_body_) {
-                const size_t end = input_.find_first_of("\x1a\x1b");
+                // A raw body of a known size may hold any byte, Ctrl-Z and ESC included.
+                const size_t end = body_bytes_ > 0 ? (input_.size() >= body_bytes_ ? body_bytes_ : std::string::npos)
+                                                   : input_.find_first_of("\x1a\x1b");
                 if (end == std::string::npos) return;
-                const bool cancelled = input_[end] == '\x1b';
+                const bool cancelled = body_bytes_ == 0 && input_[end] == '\x1b';
                 const std::string body = input_.substr(0, end);
-                input_.erase(0, end + 1);
+                input_.erase(0, body_bytes_ > 0 ? end : end + 1);
                 in_body_ = false;
                 if (engine_.echo()) emit(body);
                 answer(engine_.body(body, cancelled));
@@ -169,6 +176,7 @@ private:
     bool verbose_;
     std::string input_;
     bool in_body_ = false;
+    size_t body_bytes_ = 0;
     std::string reply_;
     Clock::time_point reply_due_{};
     std::vector<Timer> timers_;

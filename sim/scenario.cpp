@@ -138,6 +138,8 @@ std::optional<Scenario> Scenario::parse(std::string_view text, std::string* erro
             return fail("\"" + w + "\" outside a rule");
         } else if (w == "body") {
             rule->body = true;
+            if (!rest.empty() && (!number(rest) || *number(rest) <= 0)) return fail("\"body\" or \"body BYTES\"");
+            rule->body_bytes = rest.empty() ? 0 : static_cast<size_t>(*number(rest));
         } else if (w == "if") {
             Guard g;
             const auto [first, more] = split_word(rest);
@@ -242,6 +244,13 @@ std::string Engine::expand(std::string_view text, const Context& ctx) const {
             const size_t n = static_cast<size_t>(text[i + 1] - '0');
             if (n < ctx.caps.size()) out += ctx.caps[n];
             ++i;
+        } else if (text.substr(i + 1, 7) == "bodyhex") {
+            static constexpr char kHex[] = "0123456789ABCDEF";
+            for (const unsigned char b : ctx.body) {
+                out += kHex[b >> 4];
+                out += kHex[b & 15];
+            }
+            i += 7;
         } else if (text.substr(i + 1, 4) == "body") {
             out += ctx.body;
             i += 4;
@@ -447,6 +456,7 @@ Response Engine::command(std::string_view line) {
             waiting_body_.emplace(i, std::move(ctx));
             Response p;
             p.prompt = true;
+            p.body_bytes = r.body_bytes;
             return p;
         }
         return run(r, ctx);

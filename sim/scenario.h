@@ -29,6 +29,7 @@ struct Rule {
     std::string pattern;
     std::regex re;
     bool body = false;  // takes a message body after the "> " prompt
+    size_t body_bytes = 0;  // the body is exactly this many raw bytes; 0: up to Ctrl-Z or ESC
     std::vector<Guard> guards;
     std::vector<Action> actions;
     int line_no = 0;
@@ -59,6 +60,7 @@ struct Scenario {
 // What the modem says to one command (or to the body that followed its prompt).
 struct Response {
     bool prompt = false;  // send "> " and wait for the body
+    size_t body_bytes = 0;  // of exactly this many raw bytes (0: up to Ctrl-Z or ESC)
     int delay_ms = 0;
     std::vector<std::string> lines;
     std::string final = "OK";

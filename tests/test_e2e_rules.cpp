@@ -142,6 +142,7 @@ TEST(SimScenario, MalformedFilesAreRefusedWithTheirLine) {
         {"on AT\n  if has nostore 1\n", "line 2: guard on an undeclared store"},
         {"on AT\n  if a ~ b\n", "line 2: unknown comparison"},
         {"every x ^RSSI: 1\n", "line 1: \"every MS LINE\""},
+        {"on AT\n  body 0\n", "line 2: \"body\" or \"body BYTES\""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
@@ -186,6 +187,9 @@ on AT\+LIST
   each box ${key}:${.v}
 on AT\+DEL=(\d+)
   del box $1
+on AT\+RAW
+  body 3
+  line +RAW: $bodyhex
 )",
                                       &error);
     ASSERT_TRUE(sc) << error;
@@ -224,6 +228,11 @@ on AT\+DEL=(\d+)
     ASSERT_TRUE(e.command("AT+PUT").prompt);
     EXPECT_TRUE(e.body("dropped", true).lines.empty());
     EXPECT_EQ(e.command("AT+LIST").lines, std::vector<std::string>{});
+    // A fixed-size body is announced with its size and read as raw bytes.
+    const sim::Response raw = e.command("AT+RAW");
+    ASSERT_TRUE(raw.prompt);
+    EXPECT_EQ(raw.body_bytes, 3u);
+    EXPECT_EQ(e.body(std::string("\0\x1a\xff", 3), false).lines, std::vector<std::string>{"+RAW: 001AFF"});
     // Echo is built in.
     EXPECT_TRUE(e.echo());
     EXPECT_EQ(e.command("ATE0").final, "OK");

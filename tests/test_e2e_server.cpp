@@ -55,7 +55,7 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
         {"AT+CREG?",               "+CREG:",    AT_CMD_OK,      "+CREG: 0,1"},
         {"AT+CGMR",                "",          AT_CMD_OK,      "11.617.01.00.00"},
         {"ATI",                    "IMEI",      AT_CMD_OK,      "IMEI: 867223020254361"},
-        {"ATI",                    "",          AT_CMD_OK,      "Manufacturer: Huawei Technologies Co., Ltd.\r\nModel: ME909s-821\r\n"
+        {"ATI",                    "",          AT_CMD_OK,      "Manufacturer: Example Modems\r\nModel: EM-LTE-1\r\n"
                                                                 "Revision: 11.617.01.00.00\r\nIMEI: 867223020254361\r\n+GCAP: +CGSM,+DS,+ES"},
         {"AT+CMGR=0",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 1,,24\r\n0891683108100005F0040D91683187654321F000006211221080002304D4F29C0E"},
         {"AT+CMGR=9",              "+CMGR:",    AT_CMS_ERROR,   "+CMS ERROR: 321"},
