@@ -46,3 +46,28 @@ TEST(E2eLoad, SixtyFourThreadsEachGetTheirOwnReplies) {
     EXPECT_LT(max_waiting, 10);
     EXPECT_EQ(ATS_msgQ_num(reply_q), 0);
 }
+
+// A client that breaks every rule and never reads a reply floods the server while an honest
+// thread calls on: every honest call is answered, and the server's memory stays bounded.
+TEST(E2eLoad, HonestCallsGoOnThroughAFlood) {
+    Stack s("on AT\non AT\\+CSQ\n  line +CSQ: 3,99\n");
+    ASSERT_TRUE(s.start());
+    std::atomic<bool> flooding{true};
+    std::thread flood([&] {
+        hostile_requests(20000);
+        flooding = false;
+    });
+    int honest = 0, failed = 0;
+    while (flooding || honest < 5) {
+        ++honest;
+        const Outcome o = exchange("AT+CSQ", "+CSQ", 5);
+        if (o.rc != 0 || o.report != "+CSQ: 3,99") ++failed;
+    }
+    flood.join();
+    EXPECT_EQ(failed, 0) << "of " << honest << " honest calls";
+    const long rss = memory_kib(s.server.pid(), "VmRSS");
+    RecordProperty("server_rss_kib_after_flood", static_cast<int>(rss));
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(rss, 32 * 1024);
+#endif
+}
