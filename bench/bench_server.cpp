@@ -95,7 +95,7 @@ void BM_HostileFlood(benchmark::State& state) {
         int taken = 0;
         const auto t0 = std::chrono::steady_clock::now();
         std::thread flood([&] {
-            taken = e2e::hostile_requests(100000);
+            taken = e2e::hostile_requests(100000, false);
             flooding = false;
         });
         int64_t honest = 0, answered = 0;

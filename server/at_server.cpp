@@ -235,14 +235,19 @@ int AtServer::receive_request(int qid, int flags, msg_q* out) {
 }
 
 void AtServer::admit(const msg_q& req) {
+    // A flood comes from few threads or from ids of none: when the inbox is full, a thread with a
+    // request in it already is the one refused, while a first request of a live thread still
+    // finds room. Whether the thread lives is asked outside the lock the intake threads share.
+    const bool full = inbox_size_.load(std::memory_order_relaxed) >= kInboxMax;
+    if (full && !thread_alive(req.client_id)) {
+        ++requests_dropped_;
+        return;
+    }
     bool wake = false;
     {
         std::lock_guard lock(inbox_mu_);
         int& mine = inbox_clients_[req.client_id];
-        // A flood comes from few threads: when the inbox is full, a thread with a request in it
-        // already is the one refused, while a first request of a live thread still finds room.
-        if (inbox_.size() >= kInboxMax &&
-            (mine > 0 || inbox_.size() >= kInboxMax + kInboxReserve || !thread_alive(req.client_id))) {
+        if (inbox_.size() >= kInboxMax && (mine > 0 || inbox_.size() >= kInboxMax + kInboxReserve || !full)) {
             if (mine == 0) inbox_clients_.erase(req.client_id);
             ++requests_dropped_;
             return;
@@ -250,6 +255,7 @@ void AtServer::admit(const msg_q& req) {
         ++mine;
         wake = inbox_.empty();
         inbox_.push_back({req, Clock::now()});
+        inbox_size_.store(inbox_.size(), std::memory_order_relaxed);
     }
     const uint64_t one = 1;
     if (wake && write(wake_fd_, &one, sizeof one) < 0) { /* the counter is saturated: already awake */ }
@@ -272,6 +278,7 @@ void AtServer::take_inbox() {
         std::lock_guard lock(inbox_mu_);
         taking_.swap(inbox_);
         inbox_clients_.clear();
+        inbox_size_.store(0, std::memory_order_relaxed);
     }
     for (const Queued& q : taking_) accept(q.msg, q.arrived);
 }

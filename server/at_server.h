@@ -138,6 +138,7 @@ private:
     std::vector<Queued> inbox_;                        // filled by the intake threads
     std::unordered_map<int32_t, int> inbox_clients_;  // requests in inbox_ per client
     std::vector<Queued> taking_;                       // inbox_'s twin, swapped in to empty it
+    std::atomic<size_t> inbox_size_{0};                // inbox_.size(), read without the lock
     // Counted where they happen, traced once a second.
     std::atomic<unsigned> requests_dropped_{0}, bad_records_{0}, intake_errors_{0};
     unsigned lines_dropped_ = 0, replies_removed_ = 0, requests_refused_ = 0;

@@ -95,10 +95,16 @@ bool send_raw(long type, std::string_view text) {
     return msgsnd(ATS_get_msgQ_id(ATS_QUEUE_ID_RECV), &m, n, IPC_NOWAIT) == 0;
 }
 
-int hostile_requests(int count) {
+int hostile_requests(int count, bool paced) {
     const int req_q = ATS_get_msgQ_id(ATS_QUEUE_ID_RECV);
     int taken = 0;
     for (int i = 0; i < count; ++i) {
+        // A server that stops taking messages in ends the pacing: the flood goes on regardless.
+        const auto give_up = std::chrono::steady_clock::now() + 1s;
+        while (paced && ATS_msgQ_num(req_q) >= 8) {
+            if (std::chrono::steady_clock::now() > give_up) paced = false;
+            std::this_thread::sleep_for(50us);
+        }
         msg_q m = request("AT+CSQ", "+CSQ", INT32_MAX);
         const std::string_view text(reinterpret_cast<const char*>(&m) + 4, sizeof m - 4);
         bool sent = false;

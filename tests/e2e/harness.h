@@ -58,8 +58,11 @@ bool send_raw(long type, std::string_view text);
 // `count` messages of a client that breaks every rule and never reads a reply: commands and
 // report requests of the calling thread with the longest time-out, commands and report requests
 // of ids no thread has, unknown request types, messages longer and shorter than a record.
+// Unpaced, it sends as fast as it can and keeps the request queue full whenever the server is
+// slower (then an honest send finds it full and fails at once); with `paced` it leaves the queue
+// room for an honest request, sending as fast as the server takes the messages in.
 // Returns how many the queue took.
-int hostile_requests(int count);
+int hostile_requests(int count, bool paced);
 inline constexpr long kNoThread = 1L << 30;  // beyond any pid_max
 
 // modemsim and atserver in a fresh run directory; ATAPI_RUN_DIR points the test process at it.
