@@ -119,10 +119,6 @@ bool AtServer::start(std::string* error) {
     }
     // The lock decides who owns the run directory: only its holder may replace the queues.
     if (!pid_file_.acquire(run_dir, error) || !create_queues(error)) return false;
-    if (!pid_file_.write_pid(getpid())) {
-        *error = "cannot write " + pid_file_.path();
-        return false;
-    }
 
     pthread_attr_t attr;
     pthread_attr_init(&attr);
@@ -137,6 +133,11 @@ bool AtServer::start(std::string* error) {
         return false;
     }
     open_port();
+    // Clients find the server by this pid: only now is everything behind it ready.
+    if (!pid_file_.write_pid(getpid())) {
+        *error = "cannot write " + pid_file_.path();
+        return false;
+    }
     ATS_TRACE(INFO, "atserver %d serving %s on %s\n", static_cast<int>(getpid()), run_dir.c_str(),
               opt_.device.c_str());
     return true;

@@ -67,7 +67,7 @@ std::optional<msg_q> request_record(long type, std::string_view text);
 // A request's command, as it goes to the modem.
 struct ModemCommand {
     std::string line;     // the command line, terminated by one "\r"
-    std::string body;     // a message body, ending in Ctrl-Z; empty for one-line commands
+    std::string body;     // bytes written after the prompt; empty for one-line commands
     std::string name;     // command_name() of the line
     std::string match;    // the caller's at_match_ok_str
     bool bare = false;    // a command line without the "AT" prefix ("^APCONNST")

@@ -105,8 +105,9 @@ bool PidFile::acquire(const std::string& run_dir, std::string* error) {
         if (fstatat(pdir.get(), kPidName, &named, AT_SYMLINK_NOFOLLOW) != 0 || named.st_dev != st.st_dev ||
             named.st_ino != st.st_ino)
             continue;
-        if (fchmod(fd.get(), 0644) != 0) {
-            *error = "cannot set the mode of " + path + ": " + errno_text();
+        // A pid left by a server that died names nobody, or by now someone else.
+        if (fchmod(fd.get(), 0644) != 0 || ftruncate(fd.get(), 0) != 0) {
+            *error = "cannot prepare " + path + ": " + errno_text();
             return false;
         }
         fd_ = fd.release();
@@ -120,7 +121,7 @@ bool PidFile::acquire(const std::string& run_dir, std::string* error) {
 bool PidFile::write_pid(pid_t pid) {
     if (fd_ < 0) return false;
     const std::string text = std::to_string(pid) + "\n";
-    // Written over the old number before the tail is cut: a reader sees one number or the other.
+    // In place, in one write: a reader sees no number yet, or ours.
     return pwrite(fd_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
            ftruncate(fd_, static_cast<off_t>(text.size())) == 0;
 }

@@ -19,10 +19,10 @@ public:
 
     // Checks `run_dir` (a directory owned by root or by us, writable by nobody else unless
     // sticky), creates "pidfile/" in it (0755) when missing and checks it the same way, then
-    // opens and locks "pidfile/atserver.pid" (0644, never through a link). False, with `error`
-    // set, when any check fails or another process holds the lock.
+    // opens and locks "pidfile/atserver.pid" (0644, never through a link) and empties it. False,
+    // with `error` set, when any check fails or another process holds the lock.
     bool acquire(const std::string& run_dir, std::string* error);
-    // Writes our pid into the locked file in place, so that readers never see it empty.
+    // Writes our pid into the locked file in place, once the server is ready for clients.
     bool write_pid(pid_t pid);
     // Removes the file and drops the lock.
     void release();
