@@ -426,13 +426,27 @@ TEST(E2eServer, OneServerOwnsARunDirectoryAndAModem) {
     // keeps every answer. Its queues are open to the group it names.
     atapi_test::RunDir other;
     setenv("ATAPI_RUN_DIR", s.dir().c_str(), 1);
+    // A run directory anybody may write into is refused before anything is created in it.
+    ASSERT_EQ(chmod(other.path().c_str(), 0777), 0);
+    Child unsafe;
+    ASSERT_TRUE(unsafe.spawn({ATSERVER_BIN, "--device", s.device(), "--foreground", "--run-dir", other.path()}, true));
+    ASSERT_TRUE(unsafe.wait_exit(5s));
+    EXPECT_TRUE(WIFEXITED(unsafe.status()) && WEXITSTATUS(unsafe.status()) != 0);
+    EXPECT_FALSE(exists(other / "pidfile"));
+    ASSERT_EQ(chmod(other.path().c_str(), 0700), 0);
     const group* g = getgrgid(getegid());
     ASSERT_NE(g, nullptr);
     Child third;
     ASSERT_TRUE(third.spawn({ATSERVER_BIN, "--device", s.device(), "--foreground", "--run-dir", other.path(),
                              "--group", g->gr_name}, false));
-    for (int i = 0; i < 300 && !exists(other / "pidfile/atserver.pid"); ++i) std::this_thread::sleep_for(10ms);
-    ASSERT_TRUE(exists(other / "pidfile/atserver.pid"));
+    // It publishes its pid once its queues and its try at the port are done.
+    auto published = [&] {
+        int pid = 0;
+        std::ifstream(other / "pidfile/atserver.pid") >> pid;
+        return pid == third.pid();
+    };
+    for (int i = 0; i < 300 && !published(); ++i) std::this_thread::sleep_for(10ms);
+    ASSERT_TRUE(published());
     for (int id : {ATS_QUEUE_ID_SEND, ATS_QUEUE_ID_RECV}) {
         msqid_ds ds{};
         ASSERT_EQ(msgctl(msgget(ftok(other.path().c_str(), id), 0), IPC_STAT, &ds), 0);
