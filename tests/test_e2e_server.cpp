@@ -129,8 +129,9 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
 
 TEST(E2eServer, UnsolicitedLinesAreKeptApartFromReplies) {
     Stack s(R"(
-at 300 ^RSSI: 17
 on AT
+on AT\+CFUN=1
+  after 50 ^RSSI: 17
 on AT\+CSQ
   line +CSQ: 11,99
   line ^RSSI: 9
@@ -144,6 +145,12 @@ on AT\+CMGD=1,0
 )");
     ASSERT_TRUE(s.start());
     auto report = [](int rep_type) { msg_q m = typed(GET_REPORT_REQ, rep_type); return exchange(m); };
+    // A report comes after the answer of the command that caused it: asks again until it shows.
+    auto once_reported = [](auto ask, const std::string& want) {
+        Outcome o = ask();
+        for (int i = 0; i < 150 && o.report != want; ++i, std::this_thread::sleep_for(20ms)) o = ask();
+        return o;
+    };
     // Nothing held yet: the report request is refused, the memory-full probe says nothing, and
     // the bare "^APCONNST" runs the query form.
     EXPECT_EQ(report(AT_REPORT_RSSI_REQ).ret_val, AT_ERROR);
@@ -152,8 +159,8 @@ on AT\+CMGD=1,0
     EXPECT_EQ(o.report, "");
     EXPECT_EQ(exchange("^APCONNST").report, "^APCONNST: 0,\"IPV4\",0,\"IPV6\"");
 
-    std::this_thread::sleep_for(500ms);
-    o = report(AT_REPORT_RSSI_REQ);
+    ASSERT_EQ(exchange("AT+CFUN=1").ret_val, AT_CMD_OK);
+    o = once_reported([&] { return report(AT_REPORT_RSSI_REQ); }, "^RSSI: 17");
     EXPECT_EQ(o.ret_val, AT_CMD_OK);
     EXPECT_EQ(o.report, "^RSSI: 17");
     StRssiInfo rssi{};
@@ -168,8 +175,8 @@ on AT\+CMGD=1,0
 
     // A report of the bare command's name is served without asking the modem.
     ASSERT_EQ(exchange("AT^NDISDUP=1,1").ret_val, AT_CMD_OK);
-    std::this_thread::sleep_for(300ms);
-    EXPECT_EQ(exchange("^APCONNST").report, "^APCONNST: 1,\"IPV4\",0,\"IPV6\"");
+    const std::string up = "^APCONNST: 1,\"IPV4\",0,\"IPV6\"";
+    EXPECT_EQ(once_reported([] { return exchange("^APCONNST"); }, up).report, up);
     // Deleting a message ends the memory-full state; a clear request forgets every report.
     ASSERT_EQ(exchange("AT+CMGD=1,0").ret_val, AT_CMD_OK);
     EXPECT_EQ(exchange("", "", 1).report, "");
