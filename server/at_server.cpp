@@ -517,7 +517,8 @@ void AtServer::on_port_input() {
         if (active_->await_prompt) {
             rx_.clear();
             active_->await_prompt = false;
-            active_->echo += "\n" + echo_of(active_->cmd.body);
+            active_->echo += '\n';
+            active_->echo += echo_of(active_->cmd.body);
             if (!port_.write_all(active_->cmd.body, kWriteTimeoutMs)) {
                 port_down("write failed");
                 return;
