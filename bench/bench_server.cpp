@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -83,6 +85,36 @@ void BM_Exchange(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_Exchange)->Threads(1)->Threads(8)->Threads(64)->UseRealTime()->MinTime(3.0);
+
+// 100,000 messages from a client that breaks every rule (e2e::hostile_requests) while one honest
+// thread calls on: the honest calls' success rate, the server's memory after the flood and the
+// flood's own rate. One pass; the figures are the point, not a time per iteration.
+void BM_HostileFlood(benchmark::State& state) {
+    for (auto _ : state) {
+        std::atomic<bool> flooding{true};
+        int taken = 0;
+        const auto t0 = std::chrono::steady_clock::now();
+        std::thread flood([&] {
+            taken = e2e::hostile_requests(100000, false);
+            flooding = false;
+        });
+        int64_t honest = 0, answered = 0;
+        while (flooding) {
+            ++honest;
+            const e2e::Outcome o = e2e::exchange("AT+ECHO=1,1", "+ECHO", 5);
+            if (o.rc == 0 && o.ret_val == AT_CMD_OK && o.report == "+ECHO: 1,1") ++answered;
+        }
+        flood.join();
+        const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        state.counters["honest_calls"] = static_cast<double>(honest);
+        state.counters["honest_success_pct"] = honest > 0 ? 100.0 * static_cast<double>(answered) / static_cast<double>(honest) : 0;
+        state.counters["hostile_taken"] = taken;
+        state.counters["hostile_per_s"] = taken / secs;
+        state.counters["server_rss_kib"] = static_cast<double>(e2e::memory_kib(g_stack->server.pid(), "VmRSS"));
+        state.counters["server_hwm_kib"] = static_cast<double>(e2e::memory_kib(g_stack->server.pid(), "VmHWM"));
+    }
+}
+BENCHMARK(BM_HostileFlood)->Iterations(1)->UseRealTime();
 
 }  // namespace
 

@@ -5,15 +5,15 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
+#include <sys/msg.h>
 #include <sys/signalfd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <thread>
 
 #include "atapi/primitives.h"
 #include "report_names.h"
@@ -32,15 +32,32 @@ constexpr unsigned kQueueMsgs = AT_MSG_Q_SIZE > 0 ? 16384 / AT_MSG_Q_SIZE : 1;  
 // queue places is absorbed even before any thread of the server gets a CPU.
 constexpr int kIntakeThreads = 64;
 constexpr size_t kIntakeStack = 128 * 1024;
+// Bounds on what clients can make the server hold. A thread has one request in flight, so
+// honest clients stay far below them; a flood meets them and loses its own requests first.
+constexpr size_t kInboxMax = 1024;     // received, not yet seen by the event loop
+constexpr size_t kInboxReserve = 256;  // beyond that, first requests of live threads only
+constexpr size_t kFifoMax = 256;       // commands waiting for the modem
+constexpr size_t kOutboxMax = 64;      // replies waiting for room on the reply queue
+constexpr size_t kWaitingMax = 256;    // replies tracked on the queue before a sweep
+constexpr int kDrainMax = 16;          // requests the event loop takes from the queue at a time
 constexpr size_t kMaxLine = 4096;
+constexpr size_t kReadChunk = 64 * 1024;  // modem bytes taken between two looks at the clients
 constexpr int kReplyHighWater = 8;   // replies on the queue before the next command waits
 constexpr auto kTick = 50ms;         // lost-signal safety net for the request queue
 constexpr auto kBusyTick = 2ms;      // while replies wait for room
 constexpr auto kGcEvery = 500ms;
+constexpr auto kSummaryEvery = 1s;   // drop counters are traced at most this often
 constexpr auto kReplyGrace = 2s;     // a client's wait ends time_out after it sent
-constexpr auto kLateLines = 3s;      // how long a timed-out command's answer is waited for
+// A client polls its reply every 10 ms; one that has left a reply for this long while others
+// need the room is not collecting.
+constexpr auto kCollectGrace = 1s;
+// Getting back in step: a probe is repeated when no final result has come for kReprobe (it or its
+// answer was lost); when every probe is answered but the interrupted command's own result never
+// came, kSettle without another final result ends the wait for it. Unsolicited lines do not
+// count: a modem may go on talking.
+constexpr auto kReprobe = 2s;
+constexpr auto kSettle = 500ms;
 constexpr auto kMaxBackoff = 2s;
-constexpr int kDefaultTimeout = 30;
 constexpr int kWriteTimeoutMs = 2000;
 
 bool thread_alive(int32_t tid) {
@@ -65,6 +82,18 @@ bool is_delete_command(const ModemCommand& c) {
     return (c.name == "+CMGD" || c.name == "^HCMGD") && c.line.find("=?") == std::string::npos;
 }
 
+// True when `line` is (the next piece of) the modem's echo of what was written; the echo of a
+// raw body breaks where the body holds CR or LF bytes.
+bool consume_echo(std::string& pending, std::string_view line) {
+    pending.erase(0, std::min(pending.find_first_not_of("\r\n"), pending.size()));
+    if (line.empty() || pending.compare(0, line.size(), line) != 0) {
+        pending.clear();  // an answer: whatever echo there was has passed
+        return false;
+    }
+    pending.erase(0, line.size());
+    return true;
+}
+
 }  // namespace
 
 AtServer::AtServer(Options options) : opt_(std::move(options)) {}
@@ -73,23 +102,6 @@ AtServer::~AtServer() { cleanup(); }
 
 bool AtServer::start(std::string* error) {
     const std::string run_dir = ATS_run_dir();
-    mkdir(run_dir.c_str(), 0755);
-    const std::string pid_dir = run_dir + "/pidfile";
-    mkdir(pid_dir.c_str(), 0755);
-    pid_file_ = pid_dir + "/atserver.pid";
-
-    // A live server keeps its queues; only a crashed one's are removed.
-    const int other = ATS_task_name_to_id("atserver");
-    if (other > 0 && other != getpid() && ATS_task_bExist(other)) {
-        std::ifstream comm("/proc/" + std::to_string(other) + "/comm");
-        std::string name;
-        std::getline(comm, name);
-        if (name == "atserver") {
-            *error = "another atserver (pid " + std::to_string(other) + ") serves " + run_dir;
-            return false;
-        }
-    }
-
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGUSR1);
@@ -105,35 +117,8 @@ bool AtServer::start(std::string* error) {
         *error = std::string("signalfd/eventfd: ") + std::strerror(errno);
         return false;
     }
-
-    for (int id : {ATS_QUEUE_ID_SEND, ATS_QUEUE_ID_RECV}) {
-        const ATS_QUEUE stale = ATS_get_msgQ_id(id);
-        if (stale != -1) {
-            ATS_TRACE(WARNING, "removing queue %d left by an earlier server\n", id);
-            ATS_msgQ_delete(stale);
-        }
-    }
-    snd_q_ = ATS_msgQ_create(ATS_QUEUE_ID_SEND, kQueueMsgs, AT_MSG_Q_SIZE);
-    rcv_q_ = ATS_msgQ_create(ATS_QUEUE_ID_RECV, kQueueMsgs, AT_MSG_Q_SIZE);
-    if (snd_q_ == -1 || rcv_q_ == -1) {
-        *error = "cannot create the message queues under " + run_dir;
-        return false;
-    }
-
-    const std::string tmp = pid_file_ + ".tmp";
-    {
-        std::ofstream f(tmp, std::ios::trunc);
-        f << getpid() << '\n';
-        if (!f) {
-            *error = "cannot write " + tmp;
-            return false;
-        }
-    }
-    if (std::rename(tmp.c_str(), pid_file_.c_str()) != 0) {
-        *error = "cannot write " + pid_file_;
-        return false;
-    }
-    pid_written_ = true;
+    // The lock decides who owns the run directory: only its holder may replace the queues.
+    if (!pid_file_.acquire(run_dir, error) || !create_queues(error)) return false;
 
     pthread_attr_t attr;
     pthread_attr_init(&attr);
@@ -148,8 +133,49 @@ bool AtServer::start(std::string* error) {
         return false;
     }
     open_port();
+    // Clients find the server by this pid: only now is everything behind it ready.
+    if (!pid_file_.write_pid(getpid())) {
+        *error = "cannot write " + pid_file_.path();
+        return false;
+    }
     ATS_TRACE(INFO, "atserver %d serving %s on %s\n", static_cast<int>(getpid()), run_dir.c_str(),
               opt_.device.c_str());
+    return true;
+}
+
+bool AtServer::create_queues(std::string* error) {
+    for (int id : {ATS_QUEUE_ID_SEND, ATS_QUEUE_ID_RECV}) {
+        const ATS_QUEUE stale = ATS_get_msgQ_id(id);
+        if (stale != -1) {
+            ATS_TRACE(WARNING, "removing queue %d left by an earlier server\n", id);
+            ATS_msgQ_delete(stale);
+        }
+    }
+    snd_q_ = ATS_msgQ_create(ATS_QUEUE_ID_SEND, kQueueMsgs, AT_MSG_Q_SIZE);
+    rcv_q_ = ATS_msgQ_create(ATS_QUEUE_ID_RECV, kQueueMsgs, AT_MSG_Q_SIZE);
+    if (snd_q_ == -1 || rcv_q_ == -1) {
+        *error = std::string("cannot create the message queues under ") + ATS_run_dir();
+        return false;
+    }
+    for (int q : {snd_q_, rcv_q_}) {
+        // Created open to everybody; whoever may send may dial, read the PIN or forge replies.
+        msqid_ds ds{};
+        if (msgctl(q, IPC_STAT, &ds) == 0) {
+            ds.msg_perm.mode = opt_.queue_group ? 0660 : 0600;
+            if (opt_.queue_group) ds.msg_perm.gid = *opt_.queue_group;
+        }
+        if (msgctl(q, IPC_SET, &ds) != 0) {
+            *error = std::string("cannot narrow the queues' permissions: ") + std::strerror(errno);
+            return false;
+        }
+        // What slipped in while the queue was open to all came from no client of ours.
+        struct {
+            long type;
+            char text[1];
+        } junk{};
+        while (msgrcv(q, &junk, sizeof junk.text, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
+        }
+    }
     return true;
 }
 
@@ -161,8 +187,7 @@ void AtServer::cleanup() {
     for (pthread_t t : intake_) pthread_join(t, nullptr);
     intake_.clear();
     rcv_q_ = snd_q_ = -1;  // only now: the intake threads read it
-    if (pid_written_) std::remove(pid_file_.c_str());
-    pid_written_ = false;
+    pid_file_.release();
     port_.close();
     if (sig_fd_ >= 0) close(sig_fd_);
     if (wake_fd_ >= 0) close(wake_fd_);
@@ -179,52 +204,104 @@ void* AtServer::intake_main(void* self) {
 void AtServer::intake_loop() {
     const int qid = rcv_q_;
     while (!stopping_) {
-        msg_q m{};
-        if (ATS_msgQex_recv(qid, &m, sizeof m, -1, 0) < 0) {
-            if (errno == EINTR) continue;
-            return;  // queue removed: the server is stopping
+        msg_q m;
+        const int got = receive_request(qid, 0, &m);
+        if (got > 0) {
+            admit(m);
+        } else if (got < 0 && errno != EINTR) {
+            if (errno == EIDRM || errno == EINVAL) return;  // queue removed: the server is stopping
+            ++intake_errors_;
+            std::this_thread::sleep_for(10ms);  // an error that repeats must not spin a core
         }
-        {
-            std::lock_guard lock(inbox_mu_);
-            inbox_.push_back({m, Clock::now()});
-        }
-        const uint64_t one = 1;
-        if (write(wake_fd_, &one, sizeof one) < 0) { /* the counter is saturated: already awake */ }
     }
 }
 
+// 1 with a request in `out`, 0 for a message that was none (dropped), -1 on error (errno set).
+int AtServer::receive_request(int qid, int flags, msg_q* out) {
+    struct {
+        long type;
+        char text[kRecordText + 1];
+    } buf;
+    // One byte more than a record: a longer message is cut there and shows as too long, instead
+    // of failing the receive and staying at the head of the queue for ever.
+    const ssize_t n = msgrcv(qid, &buf, sizeof buf.text, 0, flags | MSG_NOERROR);
+    if (n < 0) return -1;
+    const std::optional<msg_q> req = request_record(buf.type, std::string_view(buf.text, static_cast<size_t>(n)));
+    if (!req) {
+        ++bad_records_;
+        return 0;
+    }
+    *out = *req;
+    return 1;
+}
+
+void AtServer::admit(const msg_q& req) {
+    // A flood comes from few threads or from ids of none: when the inbox is full, a thread with a
+    // request in it already is the one refused, while a first request of a live thread still
+    // finds room. Whether the thread lives is asked outside the lock the intake threads share.
+    const bool full = inbox_size_.load(std::memory_order_relaxed) >= kInboxMax;
+    if (full && !thread_alive(req.client_id)) {
+        ++requests_dropped_;
+        return;
+    }
+    bool wake = false;
+    {
+        std::lock_guard lock(inbox_mu_);
+        int& mine = inbox_clients_[req.client_id];
+        if (inbox_.size() >= kInboxMax && (mine > 0 || inbox_.size() >= kInboxMax + kInboxReserve || !full)) {
+            if (mine == 0) inbox_clients_.erase(req.client_id);
+            ++requests_dropped_;
+            return;
+        }
+        ++mine;
+        wake = inbox_.empty();
+        inbox_.push_back({req, Clock::now()});
+        inbox_size_.store(inbox_.size(), std::memory_order_relaxed);
+    }
+    const uint64_t one = 1;
+    if (wake && write(wake_fd_, &one, sizeof one) < 0) { /* the counter is saturated: already awake */ }
+}
+
 void AtServer::drain_request_queue() {
-    msg_q m{};
-    while (rcv_q_ != -1 && ATS_msgQex_recv(rcv_q_, &m, sizeof m, 0, 0) > 0) accept(m, Clock::now());
+    msg_q m;
+    for (int i = 0; i < kDrainMax && rcv_q_ != -1; ++i) {
+        const int got = receive_request(rcv_q_, IPC_NOWAIT, &m);
+        if (got < 0) return;
+        if (got > 0) accept(m, Clock::now());
+    }
 }
 
 void AtServer::take_inbox() {
     uint64_t n = 0;
     if (read(wake_fd_, &n, sizeof n) < 0) { /* nothing signalled */ }
-    std::deque<Queued> got;
+    taking_.clear();
     {
         std::lock_guard lock(inbox_mu_);
-        got.swap(inbox_);
+        taking_.swap(inbox_);
+        inbox_clients_.clear();
+        inbox_size_.store(0, std::memory_order_relaxed);
     }
-    for (const Queued& q : got) accept(q.msg, q.arrived);
+    for (const Queued& q : taking_) accept(q.msg, q.arrived);
 }
 
 AtServer::Clock::time_point AtServer::deadline_of(const msg_q& req, Clock::time_point arrived) {
-    const int secs = req.time_out > 0 ? req.time_out : kDefaultTimeout;
     // Answer a little before the client stops listening, so that it hears the time-out.
-    const auto wait = std::chrono::milliseconds(secs * 1000LL);
+    const auto wait = std::chrono::milliseconds(effective_time_out(req.time_out) * 1000LL);
     return arrived + wait - std::min<std::chrono::milliseconds>(wait / 4, 250ms);
+}
+
+AtServer::Queued AtServer::take_fifo(std::list<Queued>::iterator it) {
+    Queued q = *it;
+    fifo_by_client_.erase(q.msg.client_id);
+    fifo_.erase(it);
+    return q;
 }
 
 void AtServer::accept(const msg_q& req, Clock::time_point arrived) {
     // A thread has one request in flight: an earlier one still queued was given up.
-    for (auto it = fifo_.begin(); it != fifo_.end();) {
-        if (it->msg.client_id == req.client_id) {
-            reply(it->msg, it->arrived, AT_CMD_TIMEOUT, {});
-            it = fifo_.erase(it);
-        } else {
-            ++it;
-        }
+    if (const auto it = fifo_by_client_.find(req.client_id); it != fifo_by_client_.end()) {
+        const Queued old = take_fifo(it->second);
+        reply(old.msg, old.arrived, AT_CMD_TIMEOUT, {});
     }
     switch (req.req_type) {
     case AT_REQ:
@@ -243,12 +320,10 @@ void AtServer::accept(const msg_q& req, Clock::time_point arrived) {
     case AT_ABORT_ALL_REQ:
         // Queued requests are dropped (of every client for the abort-all); the command at the
         // modem runs to its end, since the modem cannot be told to forget it.
-        for (auto it = fifo_.begin(); it != fifo_.end();) {
-            if (req.req_type == AT_ABORT_ALL_REQ) {
-                reply(it->msg, it->arrived, AT_ABORTED, {});
-                it = fifo_.erase(it);
-            } else {
-                ++it;
+        if (req.req_type == AT_ABORT_ALL_REQ) {
+            while (!fifo_.empty()) {
+                const Queued q = take_fifo(fifo_.begin());
+                reply(q.msg, q.arrived, AT_ABORTED, {});
             }
         }
         reply(req, arrived, AT_CMD_OK, {});
@@ -283,7 +358,41 @@ void AtServer::accept(const msg_q& req, Clock::time_point arrived) {
         reply(req, arrived, AT_DEVICE_DOWN, {});
         return;
     }
+    if (fifo_.size() >= kFifoMax && !fifo_room(req, arrived)) return;
     fifo_.push_back({req, arrived});
+    fifo_by_client_[req.client_id] = std::prev(fifo_.end());
+}
+
+// The FIFO is full, which only many client ids at once can do. Requests of threads that are gone
+// make way, since nobody waits for their answers; a live caller is refused with AT_ABORTED.
+bool AtServer::fifo_room(const msg_q& req, Clock::time_point arrived) {
+    if (!thread_alive(req.client_id)) {
+        ++requests_dropped_;
+        return false;
+    }
+    int looked = 0;
+    for (auto it = fifo_.begin(); it != fifo_.end() && looked < 16; ++it, ++looked) {
+        if (!thread_alive(it->msg.client_id)) {
+            take_fifo(it);
+            ++requests_dropped_;
+            return true;
+        }
+    }
+    ++requests_refused_;
+    reply(req, arrived, AT_ABORTED, {});
+    return false;
+}
+
+void AtServer::expire_queued() {
+    const auto now = Clock::now();
+    for (auto it = fifo_.begin(); it != fifo_.end();) {
+        auto next = std::next(it);
+        if (now >= deadline_of(it->msg, it->arrived)) {
+            const Queued q = take_fifo(it);
+            reply(q.msg, q.arrived, AT_CMD_TIMEOUT, {});
+        }
+        it = next;
+    }
 }
 
 void AtServer::answer_report_request(const msg_q& req) {
@@ -306,12 +415,11 @@ void AtServer::answer_report_request(const msg_q& req) {
 }
 
 void AtServer::start_next() {
-    while (!active_ && !discarding_ && !fifo_.empty() && port_.is_open() && reply_room()) {
-        Queued q = fifo_.front();
-        fifo_.pop_front();
-        const auto deadline = deadline_of(q.msg, q.arrived);
-        if (Clock::now() >= deadline) {
-            reply(q.msg, q.arrived, AT_CMD_TIMEOUT, {});
+    while (!active_ && !resync_ && !fifo_.empty() && port_.is_open() && reply_room()) {
+        const Queued q = take_fifo(fifo_.begin());
+        // Crowded by many client ids: a command whose caller is gone would only cost modem time.
+        if (fifo_.size() >= kFifoMax / 4 && !thread_alive(q.msg.client_id)) {
+            ++requests_dropped_;
             continue;
         }
         std::optional<ModemCommand> cmd = decode_request(q.msg, nullptr);
@@ -325,7 +433,10 @@ void AtServer::start_next() {
         }
         ATS_TRACE(INFO, "to modem (%d/%u): %s\n", q.msg.client_id, q.msg.seq,
                   cmd->line.substr(0, cmd->line.size() - 1).c_str());
-        Active a{q.msg, std::move(*cmd), q.arrived, deadline, false, {}};
+        ReportBuilder report(cmd->match);
+        std::string echo = echo_of(cmd->line);
+        Active a{q.msg, std::move(*cmd), q.arrived, deadline_of(q.msg, q.arrived), false, std::move(report),
+                 std::move(echo)};
         a.await_prompt = !a.cmd.body.empty();
         active_ = std::move(a);
         if (!port_.write_all(active_->cmd.line, kWriteTimeoutMs)) {
@@ -358,23 +469,25 @@ void AtServer::port_down(const char* why) {
     port_.close();
     rx_.clear();
     report_body_for_.clear();
-    discarding_ = false;
+    resync_.reset();  // a modem that comes back starts afresh
     if (active_) {
         reply(active_->req, active_->arrived, AT_DEVICE_DOWN, {});
         active_.reset();
     }
-    for (const Queued& q : fifo_) reply(q.msg, q.arrived, AT_DEVICE_DOWN, {});
-    fifo_.clear();
+    while (!fifo_.empty()) {
+        const Queued q = take_fifo(fifo_.begin());
+        reply(q.msg, q.arrived, AT_DEVICE_DOWN, {});
+    }
     backoff_ = 100ms;
     reopen_at_ = Clock::now() + backoff_;
 }
 
 void AtServer::on_port_input() {
-    std::string bytes;
-    const bool alive = port_.read_available(bytes);
-    if (const size_t dropped = drop_garbage(bytes); dropped > 0)
+    read_buf_.clear();
+    const bool alive = port_.read_available(read_buf_, kReadChunk);
+    if (const size_t dropped = drop_garbage(read_buf_); dropped > 0)
         ATS_TRACE(WARNING, "dropped %zu control bytes from the modem\n", dropped);
-    rx_ += bytes;
+    rx_ += read_buf_;
 
     size_t start = 0;
     for (;;) {
@@ -399,15 +512,26 @@ void AtServer::on_port_input() {
         skipping_long_ = true;
     }
     // The "> " prompt of a message command comes without a line end.
-    if (active_ && active_->await_prompt) {
-        const size_t p = rx_.find_first_not_of(' ');
-        if (p != std::string::npos && rx_[p] == '>') {
+    const size_t p = rx_.find_first_not_of(' ');
+    if (active_ && p != std::string::npos && rx_[p] == '>') {
+        if (active_->await_prompt) {
             rx_.clear();
             active_->await_prompt = false;
+            active_->echo += '\n';
+            active_->echo += echo_of(active_->cmd.body);
             if (!port_.write_all(active_->cmd.body, kWriteTimeoutMs)) {
                 port_down("write failed");
                 return;
             }
+        } else if (rx_.find_first_not_of(' ', p + 1) == std::string::npos) {
+            // The modem waits for a body the request did not bring, and would take the next
+            // commands for it.
+            rx_.clear();
+            ATS_TRACE(WARNING, "command of %d/%u got a prompt but has no body\n", active_->req.client_id,
+                      active_->req.seq);
+            reply(active_->req, active_->arrived, AT_ERROR, {});
+            active_.reset();
+            begin_resync("an unexpected prompt");
         }
     }
     if (!alive) port_down("hang-up");
@@ -431,21 +555,25 @@ void AtServer::handle_line(std::string line) {
         return;
     }
     const std::optional<int> final = final_result(line);
-    if (discarding_) {
-        if (final) discarding_ = false;
-        else if (is_report(line)) keep_report(line);
+    if (resync_) {
+        // Whatever the modem says now answers nobody's command; only the count of finals matters.
+        if (!final) {
+            if (is_report(line)) keep_report(line);
+        } else if (++resync_->finals > resync_->probes) {
+            ATS_TRACE(WARNING, "modem back in step\n");
+            resync_.reset();
+        } else {
+            resync_->last_final = Clock::now();
+        }
         return;
     }
     if (!active_) {
         if (is_report(line)) keep_report(line);
-        else if (!final) ATS_TRACE(WARNING, "dropped a modem line of %zu bytes outside any command\n", line.size());
+        else if (!final) ++lines_dropped_;
         return;
     }
     Active& a = *active_;
-    const std::string_view sent(a.cmd.line.data(), a.cmd.line.size() - 1);
-    std::string body(a.cmd.body);
-    std::erase(body, kCtrlZ);
-    if (line == sent || (!body.empty() && line == body)) return;  // echo
+    if (consume_echo(a.echo, line)) return;
     if (final) {
         finish(*final, line);
         return;
@@ -454,7 +582,7 @@ void AtServer::handle_line(std::string line) {
         keep_report(line);
         return;
     }
-    a.info.push_back(std::move(line));
+    a.report.add(line);
 }
 
 void AtServer::finish(int ret_val, std::string_view final_line) {
@@ -462,13 +590,41 @@ void AtServer::finish(int ret_val, std::string_view final_line) {
     active_.reset();
     std::string report;
     if (ret_val == AT_CMD_OK) {
-        report = build_report(a.info, a.cmd.match);
+        report = a.report.text();
         if (is_delete_command(a.cmd)) reports_.erase("^SMMEMFULL");
     } else if (ret_val == AT_CME_ERROR || ret_val == AT_CMS_ERROR) {
         report.assign(final_line.substr(0, kReportMax));
     }
     ATS_TRACE(INFO, "from modem (%d/%u): %d, %s\n", a.req.client_id, a.req.seq, ret_val, report.c_str());
     reply(a.req, a.arrived, ret_val, report);
+}
+
+// The modem is sequential and answers every line it is sent with one final result, so the
+// probes are counted rather than recognised: in step once the interrupted command's result and
+// every probe's have come. No command goes out meanwhile.
+void AtServer::begin_resync(const char* why) {
+    ATS_TRACE(WARNING, "bringing the modem back in step after %s\n", why);
+    resync_.emplace();
+    send_probe();
+}
+
+void AtServer::send_probe() {
+    ++resync_->probes;
+    resync_->last_final = Clock::now();
+    // ESC ends a message body the modem may still be waiting for; a modem ignores what comes
+    // before the "AT" of a command line.
+    constexpr std::string_view kProbe = "\x1b" "AT\r";
+    if (!port_.write_all(kProbe, kWriteTimeoutMs)) port_down("write failed");
+}
+
+void AtServer::resync_tick(Clock::time_point now) {
+    Resync& r = *resync_;
+    if (r.finals >= r.probes && now - r.last_final >= kSettle) {
+        ATS_TRACE(WARNING, "modem back in step (the interrupted command's result never came)\n");
+        resync_.reset();
+    } else if (now - r.last_final >= kReprobe) {
+        send_probe();
+    }
 }
 
 // ---- replies -------------------------------------------------------------------------------
@@ -489,50 +645,106 @@ void AtServer::reply(const msg_q& req, Clock::time_point arrived, int ret_val, s
     memcpy_s(r.snd_rcv_msg.rmsg.at_report_str, AT_REPORT_STR_LEN, report.data(), report.size());
     r.snd_rcv_msg.rmsg.ret_val = ret_val;
     r.snd_rcv_msg.rmsg.len = static_cast<int32_t>(report.size());
+    deliver(r, arrived + std::chrono::seconds(effective_time_out(req.time_out)) + kReplyGrace);
+}
 
-    const int secs = req.time_out > 0 ? req.time_out : kDefaultTimeout;
-    sent_.push_back({r.client_id, r.seq, arrived + std::chrono::seconds(secs) + kReplyGrace});
-    if (!outbox_.empty() || ATS_msgQex_send(snd_q_, &r, sizeof r, 0) != ATS_TRUE) outbox_.push_back(r);
+void AtServer::deliver(const msg_q& r, Clock::time_point expires) {
+    const auto now = Clock::now();
+    Waiting w{r.seq, now, expires, !thread_alive(r.client_id)};
+    // One reply waits per client: a thread that sent a newer request gave up on the older one,
+    // and one that collects nothing keeps its first "since", so it is found out.
+    if (const auto it = waiting_.find(r.client_id); it != waiting_.end()) {
+        if (remove_replies(r.client_id)) w.since = it->second.since;
+        waiting_.erase(it);
+    }
+    const auto held = std::find_if(outbox_.begin(), outbox_.end(),
+                                   [&](const Pending& p) { return p.msg.client_id == r.client_id; });
+    if (held != outbox_.end()) {
+        w.since = held->w.since;
+        outbox_.erase(held);
+        ++replies_removed_;
+    }
+    if (outbox_.empty() && (send_reply(r, w) || (make_reply_room() && send_reply(r, w)))) return;
+    outbox_.push_back({r, w});
+    if (outbox_.size() > kOutboxMax) {
+        // Replies of threads that are gone go first, else the oldest.
+        auto victim = std::find_if(outbox_.begin(), outbox_.end(), [](const Pending& p) { return p.w.gone; });
+        outbox_.erase(victim == outbox_.end() ? outbox_.begin() : victim);
+        ++replies_removed_;
+    }
+}
+
+bool AtServer::send_reply(const msg_q& r, const Waiting& w) {
+    if (ATS_msgQex_send(snd_q_, const_cast<msg_q*>(&r), sizeof r, 0) != ATS_TRUE) return false;
+    waiting_[r.client_id] = w;
+    if (waiting_.size() > kWaitingMax) sweep_replies(false);
+    return true;
+}
+
+bool AtServer::remove_replies(int32_t client) {
+    msg_q m;
+    bool removed = false;
+    while (ATS_msgQex_recv(snd_q_, &m, sizeof m, 0, static_cast<unsigned>(client)) > 0) {
+        ++replies_removed_;
+        removed = true;
+    }
+    return removed;
 }
 
 void AtServer::flush_outbox() {
     while (!outbox_.empty()) {
-        if (ATS_msgQex_send(snd_q_, &outbox_.front(), sizeof(msg_q), 0) != ATS_TRUE) return;
+        const Pending& p = outbox_.front();
+        if (!send_reply(p.msg, p.w) && !(make_reply_room() && send_reply(p.msg, p.w))) return;
         outbox_.pop_front();
     }
 }
 
-bool AtServer::reply_room() { return outbox_.empty() && ATS_msgQ_num(snd_q_) < kReplyHighWater; }
+bool AtServer::reply_room() {
+    if (!outbox_.empty()) return false;
+    if (ATS_msgQ_num(snd_q_) < kReplyHighWater) return true;
+    return make_reply_room() && ATS_msgQ_num(snd_q_) < kReplyHighWater;
+}
 
-void AtServer::collect_stale_replies() {
+// Replies nobody collects must not hold the modem or the others' replies: when room is short,
+// those of threads that are gone, that outlived their client's wait, or that their client has
+// left for kCollectGrace go.
+bool AtServer::make_reply_room() {
     const auto now = Clock::now();
-    std::vector<Sent> keep;
-    keep.reserve(sent_.size());
-    std::vector<msg_q> put_back;
-    for (const Sent& s : sent_) {
-        const bool gone = !thread_alive(s.client);
-        if (!gone && now < s.expires) {
-            keep.push_back(s);
+    const bool some_can_go = std::any_of(waiting_.begin(), waiting_.end(), [&](const auto& kv) {
+        const Waiting& w = kv.second;
+        return w.gone || now >= w.expires || now - w.since >= kCollectGrace;
+    });
+    return some_can_go && sweep_replies(true);
+}
+
+// Takes every reply off the queue once and puts back those that may still be collected; after
+// it, waiting_ holds exactly what is on the queue. True when something went.
+bool AtServer::sweep_replies(bool pressure) {
+    const auto now = Clock::now();
+    const int n = ATS_msgQ_num(snd_q_);
+    std::unordered_map<int32_t, Waiting> kept;
+    std::vector<msg_q> back;
+    bool freed = false;
+    msg_q m;
+    for (int i = 0; i < n && ATS_msgQex_recv(snd_q_, &m, sizeof m, 0, 0) > 0; ++i) {
+        const auto it = waiting_.find(m.client_id);
+        const bool stale = it == waiting_.end() || it->second.seq != m.seq || now >= it->second.expires ||
+                           (pressure && now - it->second.since >= kCollectGrace) || !thread_alive(m.client_id);
+        if (stale) {
+            ++replies_removed_;
+            freed = true;
             continue;
         }
-        msg_q m{};
-        while (ATS_msgQex_recv(snd_q_, &m, sizeof m, 0, static_cast<unsigned>(s.client)) > 0) {
-            if (gone || m.seq == s.seq) {
-                ATS_TRACE(WARNING, "removed a reply nobody collected (client %d, seq %u)\n", m.client_id, m.seq);
-                continue;
-            }
-            put_back.push_back(m);  // a newer reply its client still waits for
-            break;
-        }
+        kept.insert(*it);
+        back.push_back(m);
     }
-    sent_.swap(keep);
-    for (msg_q& m : put_back)
-        if (ATS_msgQex_send(snd_q_, &m, sizeof m, 0) != ATS_TRUE) outbox_.push_back(m);
-    // Replies still waiting in memory for clients that are gone or gave up go too.
-    std::erase_if(outbox_, [&](const msg_q& m) {
-        if (thread_alive(m.client_id)) return false;
-        return true;
-    });
+    waiting_.swap(kept);
+    for (msg_q& r : back) {
+        if (ATS_msgQex_send(snd_q_, &r, sizeof r, 0) == ATS_TRUE) continue;
+        outbox_.push_front({r, waiting_[r.client_id]});
+        waiting_.erase(r.client_id);
+    }
+    return freed;
 }
 
 // ---- time ----------------------------------------------------------------------------------
@@ -542,31 +754,48 @@ void AtServer::on_tick() {
     if (!port_.is_open() && now >= reopen_at_) open_port();
     if (active_ && now >= active_->deadline) {
         ATS_TRACE(WARNING, "command of %d/%u timed out\n", active_->req.client_id, active_->req.seq);
-        if (active_->await_prompt) port_.write_all(std::string_view(&kEsc, 1), kWriteTimeoutMs);
         reply(active_->req, active_->arrived, AT_CMD_TIMEOUT, {});
         active_.reset();
-        discarding_ = true;
-        discard_until_ = now + kLateLines;
+        begin_resync("a time-out");
     }
-    if (discarding_ && now >= discard_until_) discarding_ = false;
+    if (resync_ && port_.is_open()) resync_tick(now);
     if (now >= next_queue_poll_) {
         drain_request_queue();
         next_queue_poll_ = now + kTick;
     }
     flush_outbox();
     if (now >= next_gc_) {
-        collect_stale_replies();
+        std::erase_if(outbox_, [&](const Pending& p) {
+            const bool stale = now >= p.w.expires || !thread_alive(p.msg.client_id);
+            replies_removed_ += stale ? 1 : 0;
+            return stale;
+        });
+        sweep_replies(!outbox_.empty() || ATS_msgQ_num(snd_q_) >= kReplyHighWater);
         next_gc_ = now + kGcEvery;
     }
+    if (now >= next_summary_) {
+        report_drops();
+        next_summary_ = now + kSummaryEvery;
+    }
+    expire_queued();
     start_next();
+}
+
+void AtServer::report_drops() {
+    if (const unsigned n = requests_dropped_.exchange(0)) ATS_TRACE(WARNING, "dropped %u requests (server full)\n", n);
+    if (const unsigned n = bad_records_.exchange(0)) ATS_TRACE(WARNING, "dropped %u messages that were no request\n", n);
+    if (const unsigned n = intake_errors_.exchange(0)) ATS_TRACE(ERROR, "%u receive errors on the request queue\n", n);
+    if (requests_refused_) ATS_TRACE(WARNING, "refused %u commands (too many waiting)\n", requests_refused_);
+    if (replies_removed_) ATS_TRACE(WARNING, "removed %u replies nobody collected\n", replies_removed_);
+    if (lines_dropped_) ATS_TRACE(WARNING, "dropped %u modem lines outside any command\n", lines_dropped_);
+    requests_refused_ = replies_removed_ = lines_dropped_ = 0;
 }
 
 int AtServer::poll_timeout_ms() const {
     const auto now = Clock::now();
     auto next = now + kTick;
-    if (!outbox_.empty() || (!fifo_.empty() && !active_)) next = std::min(next, now + kBusyTick);
+    if (!outbox_.empty() || (!fifo_.empty() && !active_ && !resync_)) next = std::min(next, now + kBusyTick);
     if (active_) next = std::min(next, active_->deadline);
-    if (discarding_) next = std::min(next, discard_until_);
     if (!port_.is_open()) next = std::min(next, reopen_at_);
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(next - now).count();
     return static_cast<int>(std::max<long long>(ms, 0) + 1);

@@ -3,22 +3,27 @@
 // One event loop waits on the port, a signalfd (SIGUSR1 from clients, SIGTERM/SIGINT to stop)
 // and an eventfd fed by the intake threads, which sit in a blocking receive on the request queue
 // so that a burst of clients never meets the queue's ten-message limit. Requests wait in the
-// server's own FIFO and go to the modem one at a time.
+// server's own FIFO and go to the modem one at a time. Every store the clients or the modem can
+// fill is bounded, and no client can hold the modem for the others by leaving its replies.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <deque>
+#include <list>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <pthread.h>
 #include <string>
+#include <sys/types.h>
+#include <unordered_map>
 #include <vector>
 
 #include "atapi/link.h"
 #include "line_rules.h"
 #include "modem_port.h"
+#include "pid_file.h"
 
 namespace ats {
 
@@ -27,6 +32,7 @@ struct Options {
     int baud = 115200;
     bool foreground = false;
     bool verbose = false;
+    std::optional<gid_t> queue_group;  // a group that may use the queues (0660); else 0600
 };
 
 class AtServer {
@@ -36,7 +42,8 @@ public:
     AtServer(const AtServer&) = delete;
     AtServer& operator=(const AtServer&) = delete;
 
-    // Queues, pid file, signals, intake threads. False with `error` set when the server cannot run.
+    // Pid file lock, queues, signals, intake threads. False with `error` set when the server
+    // cannot run (another one holds the run directory, unsafe files, no queues).
     bool start(std::string* error);
     // Serves until SIGTERM or SIGINT; then removes the queues and the pid file. Returns the exit code.
     int run();
@@ -54,21 +61,39 @@ private:
         Clock::time_point arrived;
         Clock::time_point deadline;
         bool await_prompt = false;
-        std::vector<std::string> info;
+        ReportBuilder report;
+        std::string echo;  // what the modem may still echo of what we wrote
     };
-    // A reply handed to the reply queue that its client may never collect.
-    struct Sent {
-        int32_t client;
-        uint32_t seq;
-        Clock::time_point expires;
+    // A reply handed to the reply queue, collected by now or not.
+    struct Waiting {
+        uint32_t seq = 0;
+        Clock::time_point since;    // since when its client has left a reply of ours uncollected
+        Clock::time_point expires;  // its client stopped listening by then
+        bool gone = false;          // its thread was gone when it was sent
+    };
+    struct Pending {
+        msg_q msg;
+        Waiting w;
+    };
+    // After a time-out or a prompt nobody wanted, the modem owes final results that cannot be
+    // told apart: the interrupted command's (maybe) and one for each "AT" probe.
+    struct Resync {
+        int probes = 0;
+        int finals = 0;
+        Clock::time_point last_final;  // or the last probe, whichever came later
     };
 
     // Requests.
     static void* intake_main(void* self);
     void intake_loop();
+    int receive_request(int qid, int flags, msg_q* out);
+    void admit(const msg_q& req);
     void drain_request_queue();
     void take_inbox();
     void accept(const msg_q& req, Clock::time_point arrived);
+    bool fifo_room(const msg_q& req, Clock::time_point arrived);
+    Queued take_fifo(std::list<Queued>::iterator it);
+    void expire_queued();
     void start_next();
     void answer_report_request(const msg_q& req);
     // Modem.
@@ -78,38 +103,53 @@ private:
     void handle_line(std::string line);
     void finish(int ret_val, std::string_view final_line);
     void keep_report(const std::string& line);
+    void begin_resync(const char* why);
+    void send_probe();
+    void resync_tick(Clock::time_point now);
     // Replies.
     void reply(const msg_q& req, Clock::time_point arrived, int ret_val, std::string_view report);
+    void deliver(const msg_q& r, Clock::time_point expires);
+    bool send_reply(const msg_q& r, const Waiting& w);
+    bool remove_replies(int32_t client);
     void flush_outbox();
     bool reply_room();
-    void collect_stale_replies();
+    bool make_reply_room();
+    bool sweep_replies(bool pressure);
     // Time.
     void on_tick();
+    void report_drops();
     int poll_timeout_ms() const;
     static Clock::time_point deadline_of(const msg_q& req, Clock::time_point arrived);
 
+    bool create_queues(std::string* error);
     void cleanup();
 
     Options opt_;
     ModemPort port_;
+    PidFile pid_file_;
     int rcv_q_ = -1;  // requests (identity 2)
     int snd_q_ = -1;  // replies (identity 1)
     int sig_fd_ = -1;
     int wake_fd_ = -1;
-    std::string pid_file_;
-    bool pid_written_ = false;
 
     std::atomic<bool> stopping_{false};
     std::vector<pthread_t> intake_;
     std::mutex inbox_mu_;
-    std::deque<Queued> inbox_;  // filled by the intake threads
+    std::vector<Queued> inbox_;                        // filled by the intake threads
+    std::unordered_map<int32_t, int> inbox_clients_;  // requests in inbox_ per client
+    std::vector<Queued> taking_;                       // inbox_'s twin, swapped in to empty it
+    std::atomic<size_t> inbox_size_{0};                // inbox_.size(), read without the lock
+    // Counted where they happen, traced once a second.
+    std::atomic<unsigned> requests_dropped_{0}, bad_records_{0}, intake_errors_{0};
+    unsigned lines_dropped_ = 0, replies_removed_ = 0, requests_refused_ = 0;
 
-    std::deque<Queued> fifo_;
+    std::list<Queued> fifo_;
+    std::unordered_map<int32_t, std::list<Queued>::iterator> fifo_by_client_;
     std::optional<Active> active_;
-    bool discarding_ = false;  // late lines of a command that timed out
-    Clock::time_point discard_until_{};
+    std::optional<Resync> resync_;
 
     std::string rx_;             // bytes of an unfinished line
+    std::string read_buf_;
     bool skipping_long_ = false; // inside an over-long line
     std::string report_body_for_;  // a report whose payload is the next line
 
@@ -119,10 +159,11 @@ private:
 
     std::map<std::string, std::string> reports_;  // last report of each kind, by name
 
-    std::deque<msg_q> outbox_;  // replies waiting for room on the reply queue
-    std::vector<Sent> sent_;
+    std::deque<Pending> outbox_;  // replies waiting for room on the reply queue
+    std::unordered_map<int32_t, Waiting> waiting_;  // by client: at most one on the queue
     Clock::time_point next_gc_{};
     Clock::time_point next_queue_poll_{};
+    Clock::time_point next_summary_{};
 };
 
 }  // namespace ats

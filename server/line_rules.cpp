@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <climits>
+#include <cstdint>
 #include <cstring>
 
 namespace ats {
@@ -93,26 +95,42 @@ bool answers_command(std::string_view line, std::string_view cmd_name, std::stri
     return iequals(name, trim(bare_match));
 }
 
-std::string build_report(const std::vector<std::string>& info, std::string_view match) {
-    std::string out;
-    bool within = false;  // inside an item whose header matched
-    for (const std::string& line : info) {
-        bool take = false;
-        if (match.empty() || std::string_view(line).substr(0, match.size()) == match) {
-            take = true;
-            within = true;
-        } else if (within && !starts_item(line)) {
-            take = true;
-        } else {
-            within = false;
-        }
-        if (!take) continue;
-        if (!out.empty()) out += "\r\n";
-        out += line;
-        if (out.size() >= kReportMax) break;
+void ReportBuilder::add(std::string_view line) {
+    if (out_.size() >= kReportMax) return;
+    if (match_.empty() || line.substr(0, match_.size()) == match_) {
+        within_ = true;
+    } else if (!within_ || starts_item(line)) {
+        within_ = false;
+        return;
     }
-    if (out.size() > kReportMax) out.resize(kReportMax);
-    return out;
+    if (!out_.empty()) out_ += "\r\n";
+    out_.append(line.substr(0, kReportMax - std::min(out_.size(), kReportMax)));
+    if (out_.size() > kReportMax) out_.resize(kReportMax);
+}
+
+std::string build_report(const std::vector<std::string>& info, std::string_view match) {
+    ReportBuilder b{std::string(match)};
+    for (const std::string& line : info) b.add(line);
+    return b.text();
+}
+
+int effective_time_out(int32_t time_out) {
+    if (time_out <= 0) return kDefaultTimeOut;
+    return std::min<int32_t>(time_out, kMaxTimeOut);
+}
+
+std::optional<msg_q> request_record(long type, std::string_view text) {
+    if (text.size() != kRecordText || type <= 0 || type > INT32_MAX) return std::nullopt;
+    msg_q m{};
+    m.client_id = static_cast<int32_t>(type);
+    std::memcpy(reinterpret_cast<char*>(&m) + sizeof m.client_id, text.data(), kRecordText);
+    return m;
+}
+
+size_t fixed_body_size(std::string_view name) {
+    if (name == "^HCMGS") return 256;
+    if (name == "^HCMGW") return 162;
+    return 0;
 }
 
 std::optional<ModemCommand> decode_request(const msg_q& req, std::string* why) {
@@ -130,23 +148,32 @@ std::optional<ModemCommand> decode_request(const msg_q& req, std::string* why) {
 
     const size_t nul = field.find('\0');
     if (nul == std::string_view::npos && s.len == 0) return fail("command text without end");
-    const size_t text_end = s.len > 0 ? static_cast<size_t>(s.len) : nul;
-    const std::string_view text = field.substr(0, text_end);
-    const size_t cr = text.find('\r');
+    const std::string_view text = field.substr(0, s.len > 0 ? static_cast<size_t>(s.len) : nul);
+    // A carriage return inside quotes is a byte of a raw name (a UCS-2 phonebook entry can hold
+    // one), not the end of the command line.
+    size_t cr = std::string_view::npos;
+    for (size_t i = 0, quotes = 0; i < text.size() && cr == std::string_view::npos; ++i) {
+        if (text[i] == '"') ++quotes;
+        else if (text[i] == '\r' && quotes % 2 == 0) cr = i;
+    }
     const std::string_view head = text.substr(0, cr);
+    cmd.name = command_name(head);
 
     if (cr != std::string_view::npos) {
-        // A command followed by a message body. The body ends at the first Ctrl-Z, else at the
-        // record's len, else at the first NUL. A line that merely ends in "\r" has no body.
-        const size_t start = cr + 1;
-        const size_t limit = s.len > 0 ? static_cast<size_t>(s.len) : field.size();
-        const std::string_view rest = field.substr(start, limit - start);
-        const size_t z = rest.find(kCtrlZ);
-        if (z != std::string_view::npos) {
+        const size_t fixed = fixed_body_size(cmd.name);
+        std::string_view rest = text.substr(cr + 1);
+        if (fixed > 0 && s.len == 0) {
+            // The vendor's text forms carry exactly this many raw bytes; a NUL is one of them.
+            if (cr + 1 + fixed > field.size()) return fail("message body outside the command field");
+            rest = field.substr(cr + 1, fixed);
+        }
+        if (fixed > 0) {
+            cmd.body.assign(rest);
+        } else if (const size_t z = rest.find(kCtrlZ); z != std::string_view::npos) {
             cmd.body.assign(rest.substr(0, z + 1));
-        } else {
-            cmd.body.assign(s.len > 0 ? rest : rest.substr(0, rest.find('\0')));
-            if (!cmd.body.empty()) cmd.body += kCtrlZ;  // the modem waits for it
+        } else if (!rest.empty()) {
+            cmd.body.assign(rest);
+            cmd.body += kCtrlZ;  // the modem waits for it
         }
     }
 
@@ -157,7 +184,6 @@ std::optional<ModemCommand> decode_request(const msg_q& req, std::string* why) {
                                   [](char c) { return printable(static_cast<unsigned char>(c)); }))
         return fail("control characters in the command");
 
-    cmd.name = command_name(head);
     cmd.empty = head.empty() && cmd.body.empty();
     cmd.bare = !cmd.empty && (head.size() < 2 || !iequals(head.substr(0, 2), "AT"));
     cmd.line.assign(head);
@@ -172,6 +198,12 @@ size_t drop_garbage(std::string& bytes) {
         return (c < 0x20 && c != '\r' && c != '\n' && c != '\t') || c == 0x7f;
     });
     return before - bytes.size();
+}
+
+std::string echo_of(std::string_view written) {
+    std::string echo(written);
+    drop_garbage(echo);
+    return echo;
 }
 
 }  // namespace ats

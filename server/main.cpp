@@ -1,5 +1,7 @@
 // main.cpp - atserver: the AT server daemon of libatapi.
 #include <fcntl.h>
+#include <grp.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -29,8 +31,9 @@ constexpr char kUsage[] =
     "                  (ATAPI_TRACE selects the levels when set)\n"
     "  --help          this text\n"
     "\n"
-    "The pid is written to <run dir>/pidfile/atserver.pid. SIGTERM or SIGINT stops the\n"
-    "server and removes its queues and pid file.\n";
+    "The pid is written to <run dir>/pidfile/atserver.pid, which stays locked while the\n"
+    "server runs; a second server for the same run directory refuses to start. SIGTERM or\n"
+    "SIGINT stops the server and removes its queues and pid file.\n";
 
 int usage_error(const char* what) {
     std::fprintf(stderr, "atserver: %s\n%s", what, kUsage);
@@ -66,6 +69,8 @@ int daemonize(int* ready_fd) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Files the daemon creates get the modes it asks for, whatever the caller's umask.
+    umask(022);
     ats::Options opt;
     for (int i = 1; i < argc; ++i) {
         const std::string_view a = argv[i];
@@ -85,6 +90,11 @@ int main(int argc, char** argv) {
             const char* v = value();
             if (!v) return usage_error("--run-dir needs a directory");
             setenv("ATAPI_RUN_DIR", v, 1);
+        } else if (a == "--group") {
+            const char* v = value();
+            const group* g = v ? getgrnam(v) : nullptr;
+            if (!g) return usage_error("--group needs the name of a group of this system");
+            opt.queue_group = g->gr_gid;
         } else if (a == "--foreground") {
             opt.foreground = true;
         } else if (a == "--verbose") {

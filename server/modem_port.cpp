@@ -3,9 +3,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -34,13 +37,15 @@ bool ModemPort::open(const std::string& path, int baud) {
     close();
     const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) return false;
-    termios tio{};
-    if (tcgetattr(fd, &tio) != 0) {
-        const int saved = errno;
+    auto give_up = [fd](int error) {
         ::close(fd);
-        errno = saved;
+        errno = error;
         return false;
-    }
+    };
+    termios tio{};
+    if (tcgetattr(fd, &tio) != 0) return give_up(errno);
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) return give_up(errno == EWOULDBLOCK ? EBUSY : errno);
+    ioctl(fd, TIOCEXCL);
     cfmakeraw(&tio);
     tio.c_cflag |= CLOCAL | CREAD;
     tio.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS | CSTOPB | PARENB);
@@ -59,6 +64,9 @@ bool ModemPort::open(const std::string& path, int baud) {
 }
 
 void ModemPort::close() {
+    // The exclusive flag belongs to the terminal, not to our descriptor: left set, it would
+    // outlive us where someone else keeps the terminal open (a simulator does).
+    if (fd_ >= 0) ioctl(fd_, TIOCNXCL);
     if (fd_ >= 0) ::close(fd_);
     fd_ = -1;
 }
@@ -84,19 +92,21 @@ bool ModemPort::write_all(std::string_view bytes, int timeout_ms) {
     return true;
 }
 
-bool ModemPort::read_available(std::string& out) {
+bool ModemPort::read_available(std::string& out, size_t limit) {
     std::array<char, 4096> buf{};
-    for (;;) {
+    for (size_t got = 0; got < limit;) {
         if (fd_ < 0) return false;
-        const ssize_t n = ::read(fd_, buf.data(), buf.size());
+        const ssize_t n = ::read(fd_, buf.data(), std::min(buf.size(), limit - got));
         if (n > 0) {
             out.append(buf.data(), static_cast<size_t>(n));
+            got += static_cast<size_t>(n);
             continue;
         }
         if (n == 0) return false;  // the other end hung up
         if (errno == EINTR) continue;
         return errno == EAGAIN;
     }
+    return true;  // more is waiting; the caller comes back for it
 }
 
 }  // namespace ats

@@ -163,7 +163,11 @@ private:
             } else if (n < 0 && errno == EINTR) {
                 continue;
             } else {
-                return;  // nobody reads the port: what a modem says then is lost
+                // A full terminal with a reader drains soon; when nobody reads the port, what a
+                // modem says is lost.
+                pollfd p{port_.fd(), POLLOUT, 0};
+                if (n < 0 && errno == EAGAIN && poll(&p, 1, 1000) > 0 && (p.revents & POLLOUT)) continue;
+                return;
             }
         }
     }

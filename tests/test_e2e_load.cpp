@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -45,4 +47,36 @@ TEST(E2eLoad, SixtyFourThreadsEachGetTheirOwnReplies) {
     // 16 KiB hold ten records; the queue must never have been full.
     EXPECT_LT(max_waiting, 10);
     EXPECT_EQ(ATS_msgQ_num(reply_q), 0);
+}
+
+// A client that breaks every rule and never reads a reply floods the server, as fast as the
+// server takes messages in, while an honest thread calls on: every honest call is answered, and
+// the server's memory stays bounded. (bench_server floods without pacing.)
+TEST(E2eLoad, HonestCallsGoOnThroughAFlood) {
+    Stack s("on AT\non AT\\+CSQ\n  line +CSQ: 3,99\n");
+    ASSERT_TRUE(s.start());
+    std::atomic<bool> flooding{true};
+    std::thread flood([&] {
+        hostile_requests(20000, true);
+        flooding = false;
+    });
+    int honest = 0, failed = 0;
+    std::map<std::string, int> why;  // how the failed calls failed
+    while (flooding || honest < 5) {
+        ++honest;
+        const auto t0 = std::chrono::steady_clock::now();
+        const Outcome o = exchange("AT+CSQ", "+CSQ", 5);
+        if (o.rc == 0 && o.report == "+CSQ: 3,99") continue;
+        ++failed;
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0);
+        ++why["rc " + std::to_string(o.rc) + " ret_val " + std::to_string(o.ret_val) + (ms > 1s ? " slow" : " fast")];
+    }
+    flood.join();
+    EXPECT_EQ(failed, 0) << "of " << honest << " honest calls";
+    for (const auto& [kind, n] : why) ADD_FAILURE() << n << " x " << kind;
+    const long rss = memory_kib(s.server.pid(), "VmRSS");
+    RecordProperty("server_rss_kib_after_flood", static_cast<int>(rss));
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(rss, 32 * 1024);
+#endif
 }

@@ -2,6 +2,7 @@
 // processes.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 
 #include "line_rules.h"
@@ -67,19 +68,28 @@ TEST(ServerLines, ReportTextTakesMatchingLinesAndTheirBodies) {
         {{"+CMGR: 0,,23", "0891AB"}, "+CMGR:", "+CMGR: 0,,23\r\n0891AB"},
         {{"+CMGL: 1,0,,3", "AA", "+CMGL: 2,1,,3", "BB"}, "+CMGL:", "+CMGL: 1,0,,3\r\nAA\r\n+CMGL: 2,1,,3\r\nBB"},
         {{"^NDISSTATQRY: 1,,,\"IPV4\"", "^OTHER: 3", "0"}, "^NDISSTATQRY", "^NDISSTATQRY: 1,,,\"IPV4\""},
-        {{"example"}, "^CMGI:", ""},
+        {{"Example Modems"}, "^CMGI:", ""},
         {{}, "+CSQ", ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.match);
         EXPECT_EQ(ats::build_report(c.info, c.match), c.report);
     }
-    // A long answer is cut to the record's field, never beyond.
+    // A long answer is cut to the record's field, never beyond, however long the modem goes on.
     std::vector<std::string> many(100, "+CPBR: 1,\"13800000000\",129,\"NAME\"");
     EXPECT_EQ(ats::build_report(many, "+CPBR").size(), ats::kReportMax);
+    ats::ReportBuilder flood("+CSQ");
+    for (int i = 0; i < 100000; ++i) flood.add("+CSQ: 1,1");
+    EXPECT_EQ(flood.text().size(), ats::kReportMax);
 }
 
 TEST(ServerLines, RequestsBecomeModemBytes) {
+    const std::string ucs2("\0A\0\r", 4);  // a name whose second character holds a CR byte
+    const std::string cpbw = "AT^CPBW=1,\"1\",129,\"" + ucs2 + "\",1";
+    std::string hcmgs = "AT^HCMGS=\"123\",129\r" + std::string(256, '\0');
+    hcmgs[19] = 'H';
+    hcmgs[21] = '\x1a';  // a raw body byte, not its end
+    const std::string hcmgw = "AT^HCMGW=\"1\",129,1,0,0,0,0,26,1,2,3,4,5\r" + std::string(162, 'w');
     struct Case {
         const char* name;
         std::string cmd;
@@ -93,10 +103,22 @@ TEST(ServerLines, RequestsBecomeModemBytes) {
         {"own terminator", "AT+CSQ\r", 0, true, "AT+CSQ\r", ""},
         {"body to Ctrl-Z", std::string("AT+CMGS=3\r0011\x1a" "junk"), 0, true, "AT+CMGS=3\r", "0011\x1a"},
         {"body to NUL", "AT+CMGS=3\r0011", 0, true, "AT+CMGS=3\r", "0011\x1a"},
+        {"Ctrl-Z past the NUL", std::string("AT+CMGS=3\r0011\0\x1a", 17), 0, true, "AT+CMGS=3\r", "0011\x1a"},
         {"body to len", "AT+CMGS=3\r0011TAIL", 14, true, "AT+CMGS=3\r", std::string("0011\x1a")},
+        {"len keeps NULs in a body", std::string("AT+CMGS=3\r00\0" "1", 14), 14, true, "AT+CMGS=3\r",
+         std::string("00\0" "1\x1a", 5)},
         {"raw bytes by len", std::string("AT^CPBW=1,\"1\",129,\"\0A\",1", 24), 24, true,
          std::string("AT^CPBW=1,\"1\",129,\"\0A\",1\r", 25), ""},
+        {"CR inside quotes is a name byte", cpbw, static_cast<int32_t>(cpbw.size()), true, cpbw + "\r", ""},
+        {"fixed vendor body, NULs and Ctrl-Z kept", hcmgs, 0, true, "AT^HCMGS=\"123\",129\r", hcmgs.substr(19)},
+        {"fixed vendor body of 162", hcmgw + "junk", 0, true, hcmgw.substr(0, hcmgw.size() - 162),
+         std::string(162, 'w')},
+        {"fixed vendor body bounded by len", hcmgw, static_cast<int32_t>(hcmgw.size() - 2), true,
+         hcmgw.substr(0, hcmgw.size() - 162), std::string(160, 'w')},
+        {"fixed vendor body past the field", "AT^HCMGS=\"" + std::string(400, '1') + "\",129\r", 0, false, "", ""},
+        {"prompting command without body", "AT+CMGS=3\r", 0, true, "AT+CMGS=3\r", ""},
         {"control character", "AT+C\x02SQ", 0, false, "", ""},
+        {"CR in an open quote", "AT+CUSD=1,\"*1\r#\"", 0, false, "", ""},
         {"len too big", "AT", AT_CMD_STR_LEN + 1, false, "", ""},
         {"negative len", "AT", -1, false, "", ""},
         {"no NUL", std::string(AT_CMD_STR_LEN, 'A'), 0, false, "", ""},
@@ -114,6 +136,29 @@ TEST(ServerLines, RequestsBecomeModemBytes) {
     EXPECT_TRUE(ats::decode_request(make(""), nullptr).value().empty);
     EXPECT_TRUE(ats::decode_request(make("^APCONNST"), nullptr).value().bare);
     EXPECT_FALSE(ats::decode_request(make("AT"), nullptr).value().bare);
+}
+
+TEST(ServerLines, OnlyWholeRecordsAreRequests) {
+    msg_q m = make("AT+CSQ", "+CSQ");
+    m.time_out = 7;
+    const std::string text(reinterpret_cast<const char*>(&m) + 4, ats::kRecordText);
+    struct Case { const char* name; long type; std::string text; bool ok; } cases[] = {
+        {"a record", 42, text, true},
+        {"short", 42, text.substr(0, 100), false},
+        {"one byte long", 42, text + "x", false},
+        {"type beyond a thread id", 1L << 40, text, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto got = ats::request_record(c.type, c.text);
+        ASSERT_EQ(got.has_value(), c.ok);
+        if (!got) continue;
+        EXPECT_EQ(got->client_id, 42);
+        EXPECT_EQ(got->time_out, 7);
+        EXPECT_STREQ(got->snd_rcv_msg.smsg.at_cmd_str, "AT+CSQ");
+    }
+    const std::pair<int32_t, int> time_outs[] = {{0, 30}, {-5, 30}, {5, 5}, {240, 240}, {241, 240}, {INT32_MAX, 240}};
+    for (const auto& [given, used] : time_outs) EXPECT_EQ(ats::effective_time_out(given), used) << given;
 }
 
 TEST(ServerLines, GarbageBytesAreDropped) {
@@ -248,6 +293,9 @@ on AT\+LIST
   each box ${key}:${.v}
 on AT\+DEL=(\d+)
   del box $1
+on AT\+RAW
+  body 3
+  line +RAW: ${=bodyhex}
 )",
                                       &error);
     ASSERT_TRUE(sc) << error;
@@ -286,6 +334,11 @@ on AT\+DEL=(\d+)
     ASSERT_TRUE(e.command("AT+PUT").prompt);
     EXPECT_TRUE(e.body("dropped", true).lines.empty());
     EXPECT_EQ(e.command("AT+LIST").lines, std::vector<std::string>{});
+    // A fixed-size body is announced with its size and read as raw bytes.
+    const sim::Response raw = e.command("AT+RAW");
+    ASSERT_TRUE(raw.prompt);
+    EXPECT_EQ(raw.body_bytes, 3u);
+    EXPECT_EQ(e.body(std::string("\0\x1a\xff", 3), false).lines, std::vector<std::string>{"+RAW: 001AFF"});
     // Echo is built in.
     EXPECT_TRUE(e.echo());
     EXPECT_EQ(e.command("ATE0").final, "OK");

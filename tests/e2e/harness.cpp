@@ -3,11 +3,13 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/msg.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -37,7 +39,7 @@ void Child::signal(int sig) const {
 
 bool Child::wait_exit(std::chrono::milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    while (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) != pid_) {
+    while (pid_ > 0 && waitpid(pid_, &status_, WNOHANG) != pid_) {
         if (std::chrono::steady_clock::now() >= end) return false;
         std::this_thread::sleep_for(5ms);
     }
@@ -83,6 +85,44 @@ Outcome exchange(std::string_view cmd, std::string_view match, int time_out) {
     return exchange(m);
 }
 
+bool send_raw(long type, std::string_view text) {
+    struct {
+        long type;
+        char text[4096];
+    } m{type, {}};
+    const size_t n = std::min(text.size(), sizeof m.text);
+    std::memcpy(m.text, text.data(), n);
+    return msgsnd(ATS_get_msgQ_id(ATS_QUEUE_ID_RECV), &m, n, IPC_NOWAIT) == 0;
+}
+
+int hostile_requests(int count, bool paced) {
+    const int req_q = ATS_get_msgQ_id(ATS_QUEUE_ID_RECV);
+    int taken = 0;
+    for (int i = 0; i < count; ++i) {
+        // A server that stops taking messages in ends the pacing: the flood goes on regardless.
+        const auto give_up = std::chrono::steady_clock::now() + 1s;
+        while (paced && ATS_msgQ_num(req_q) >= 8) {
+            if (std::chrono::steady_clock::now() > give_up) paced = false;
+            std::this_thread::sleep_for(50us);
+        }
+        msg_q m = request("AT+CSQ", "+CSQ", INT32_MAX);
+        const std::string_view text(reinterpret_cast<const char*>(&m) + 4, sizeof m - 4);
+        bool sent = false;
+        switch (i % 7) {
+        case 5: sent = send_raw(kNoThread, std::string(text) + "x"); break;
+        case 6: sent = send_raw(kNoThread, text.substr(0, 100)); break;
+        default:
+            if (i % 7 == 1 || i % 7 == 3) m.req_type = GET_REPORT_REQ;
+            if (i % 7 >= 2) m.client_id = static_cast<int32_t>(kNoThread + i);
+            if (i % 7 == 4) m.req_type = 42;
+            sent = ATS_msgQex_send(req_q, &m, sizeof m, 0) == ATS_TRUE;
+        }
+        if (sent) ++taken;
+        else std::this_thread::yield();  // full: the server is behind, let it work
+    }
+    return taken;
+}
+
 Stack::Stack(std::string_view scenario) {
     link_ = dir_ / "modem";
     control_ = dir_ / "control";
@@ -116,7 +156,19 @@ bool Stack::control(std::string_view line) const {
     return ok;
 }
 
-bool Stack::start_server() { return server.spawn({ATSERVER_BIN, "--device", link_, "--foreground"}, false); }
+bool Stack::start_server(const std::vector<std::string>& options) {
+    std::vector<std::string> argv{ATSERVER_BIN, "--device", link_, "--foreground"};
+    argv.insert(argv.end(), options.begin(), options.end());
+    return server.spawn(argv, false);
+}
+
+long memory_kib(pid_t pid, const char* field) {
+    std::ifstream f("/proc/" + std::to_string(pid) + "/status");
+    const std::string want = std::string(field) + ":";
+    for (std::string line; std::getline(f, line);)
+        if (line.rfind(want, 0) == 0) return std::atol(line.c_str() + want.size());
+    return -1;
+}
 
 bool Stack::serving(std::chrono::milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;

@@ -29,10 +29,15 @@ public:
     bool wait_exit(std::chrono::milliseconds limit);  // true when it exited and was reaped
     void stop();
     pid_t pid() const { return pid_; }
+    int status() const { return status_; }  // waitpid's status once reaped
 
 private:
     pid_t pid_ = -1;
+    int status_ = -1;
 };
+
+// A "Vm..." figure of /proc/<pid>/status in KiB ("VmRSS", "VmHWM"), or -1.
+long memory_kib(pid_t pid, const char* field);
 
 // One outcome of GetDataFromAtServer; ret_val, report and match only when rc is 0.
 struct Outcome {
@@ -46,6 +51,20 @@ msg_q request(std::string_view cmd, std::string_view match = "", int time_out = 
 Outcome exchange(msg_q& req);
 Outcome exchange(std::string_view cmd, std::string_view match = "", int time_out = 5);
 
+// One message of `type` on the request queue with exactly `text` (up to 4 KiB), as a client that
+// ignores the record's size sends it; false when the queue did not take it.
+bool send_raw(long type, std::string_view text);
+
+// `count` messages of a client that breaks every rule and never reads a reply: commands and
+// report requests of the calling thread with the longest time-out, commands and report requests
+// of ids no thread has, unknown request types, messages longer and shorter than a record.
+// Unpaced, it sends as fast as it can and keeps the request queue full whenever the server is
+// slower (then an honest send finds it full and fails at once); with `paced` it leaves the queue
+// room for an honest request, sending as fast as the server takes the messages in.
+// Returns how many the queue took.
+int hostile_requests(int count, bool paced);
+inline constexpr long kNoThread = 1L << 30;  // beyond any pid_max
+
 // modemsim and atserver in a fresh run directory; ATAPI_RUN_DIR points the test process at it.
 class Stack {
 public:
@@ -54,7 +73,7 @@ public:
     ~Stack();
 
     bool start_sim();
-    bool start_server();
+    bool start_server(const std::vector<std::string>& options = {});
     bool serving(std::chrono::milliseconds limit = 5s);  // the server answers a plain "AT"
     bool start() { return start_sim() && start_server() && serving(); }
 
