@@ -484,7 +484,7 @@ constinit const at_parse_handler chiptemp_handlers[] = {
     terminator(kChipTemp),
 };
 
-// ZTE datacard replies; these rows carry no release routine.
+// The datacard command set's replies; these rows carry no release routine.
 constinit const at_parse_handler zte_datacard_handlers[] = {
     //  name        type  READ    EXECUTE TEST    OTHER free_mem templates: READ, EXECUTE, TEST, OTHER
     row("+ZPAS",    kZte, common, common, common, none, none,    "+ZPAS:network,srv_domain", none, none, none),
