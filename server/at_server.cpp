@@ -432,7 +432,7 @@ void AtServer::start_next() {
             if (cmd->match.empty()) cmd->match = name;
         }
         ATS_TRACE(INFO, "to modem (%d/%u): %s\n", q.msg.client_id, q.msg.seq,
-                  cmd->line.substr(0, cmd->line.size() - 1).c_str());
+                  traced_line(std::string_view(cmd->line).substr(0, cmd->line.size() - 1)).c_str());
         ReportBuilder report(cmd->match);
         std::string echo = echo_of(cmd->line);
         Active a{q.msg, std::move(*cmd), q.arrived, deadline_of(q.msg, q.arrived), false, std::move(report),

@@ -85,6 +85,17 @@ std::string command_name(std::string_view command) {
     return name;
 }
 
+std::string traced_line(std::string_view line) {
+    // Commands whose arguments hold a code or a password (and the user name beside it).
+    static constexpr std::string_view kSecret[] = {"+CPIN", "^CPIN", "+CLCK", "+CPWD", "^NDISDUP", "^AUTHDATA",
+                                                   "+CGAUTH", "+CSIM", "^UICCAUTH"};
+    const std::string name = command_name(line);
+    const size_t eq = line.find('=');
+    if (eq == std::string_view::npos || std::find(std::begin(kSecret), std::end(kSecret), name) == std::end(kSecret))
+        return std::string(line);
+    return std::string(line.substr(0, eq + 1)) + "***";
+}
+
 bool answers_command(std::string_view line, std::string_view cmd_name, std::string_view match) {
     const std::string_view name = line_name(line);
     if (!cmd_name.empty() && iequals(name, cmd_name)) return true;

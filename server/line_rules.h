@@ -35,6 +35,10 @@ std::string_view line_name(std::string_view line);
 // "at^prefroam?"; empty when the line does not start with "AT".
 std::string command_name(std::string_view command);
 
+// A command line as the server's trace may show it: the arguments of the commands that carry a
+// PIN, PUK or password become "***".
+std::string traced_line(std::string_view line);
+
 // True when `line` answers the command in flight rather than being an unsolicited report that
 // happens to arrive meanwhile.
 bool answers_command(std::string_view line, std::string_view command_name, std::string_view match);

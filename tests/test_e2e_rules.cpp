@@ -44,6 +44,11 @@ TEST(ServerLines, NamesAndWhoALineAnswers) {
     EXPECT_EQ(ats::command_name("at^prefroam?"), "^PREFROAM");
     EXPECT_EQ(ats::command_name("AT+CMGS=24"), "+CMGS");
     EXPECT_EQ(ats::command_name("^APCONNST"), "");
+    // Codes and passwords never reach the server's trace.
+    EXPECT_EQ(ats::traced_line("AT+CPIN=1234"), "AT+CPIN=***");
+    EXPECT_EQ(ats::traced_line("at^ndisdup=1,1,\"apn\",\"user\",\"secret\",2"), "at^ndisdup=***");
+    EXPECT_EQ(ats::traced_line("AT+CPIN?"), "AT+CPIN?");
+    EXPECT_EQ(ats::traced_line("AT+CFUN=1"), "AT+CFUN=1");
     struct Case { const char* line; const char* cmd; const char* match; bool answers; } cases[] = {
         {"+CREG: 0,1", "+CREG", "+CREG:", true},
         {"+creg: 0,1", "+CREG", "", true},
