@@ -7,7 +7,6 @@
 #include <tuple>
 
 #include "test_network_support.h"
-#include "trace_capture.h"
 
 using namespace atapi_test;
 
@@ -118,22 +117,6 @@ TEST(Stk, Readers) {
     }
 }
 
-TEST(Stk, ReaderTraces) {
-    FakeAtServer ats;
-    int rc = 0;
-    const Fetch menu{AT_Stgi, [](const StStgiRsp&) { return std::string(); }};
-    const std::tuple<Reply, std::string> rows[] = {
-        {ok(""), "AT_Stgi get_substring error\n"},
-        {ok("^STGI: 1,1,\"a\",0\r\n^STGI"), "[stk-ats]NULL == at_parse_result"},
-    };
-    for (const auto& [reply, trace] : rows) {
-        clear_traces();
-        ats.reply(reply);
-        fetched(menu, AT_SET_VALUE, &rc);
-        EXPECT_EQ(count_trace(trace), 1u) << trace;
-    }
-}
-
 TEST(Stk, Answers) {
     auto answer = [](unsigned char type, const char* text) {
         return [=](StStgrRsp* rsp) {
@@ -156,55 +139,31 @@ TEST(Stk, Answers) {
             {"plain error", result(AT_ERROR),     -1, ""},
         });
     }
-    FakeAtServer ats;
-    ats.reply(result(AT_ERROR));
-    StStgrRsp rsp{};
-    clear_traces();
-    EXPECT_EQ(answer(0, "")(&rsp), -1);
-    EXPECT_EQ(count_trace("[stk-stgr]GetDataFromAtServer return ret=0\n"), 1u);
 }
 
 TEST(Stk, RefusedBeforeSending) {
-    const std::vector<std::pair<const char*, std::function<bool()>>> calls = {
-        {"switch: unknown type, null records", [] {
-             StStsfPara p{};
-             StStsfRsp r{};
-             return AT_Stsf(2, &p, &r) == -1 && AT_Stsf(AT_CHECK_VALUE, &p, nullptr) == -1 && AT_Stsf(AT_SET_VALUE, nullptr, &r) == -1;
-         }},
-        {"readers: type 0 refused, others ignored, nulls", [] {
-             int total = 0;
-             StStgiPara p{};
-             StStgiRsp* e = nullptr;
-             bool all = true;
-             for (Reader r : {AT_Stgi, AT_StgiText, AT_StgiInput, AT_StgiInkey, AT_StgiRefresh, AT_StgiBrowser})
-                 all = all && r(0, &total, &p, &e) == -1 && r(2, &total, &p, &e) == 0 && r(-1, nullptr, nullptr, nullptr) == 0 &&
-                       r(1, nullptr, &p, &e) == -1 && r(1, &total, nullptr, &e) == -1 && r(1, &total, &p, nullptr) == -1;
-             return all && total == 0 && e == nullptr;
-         }},
-        {"answer: read refused, nulls", [] {
-             StStgrPara p{};
-             StStgrRsp r{};
-             return AT_Stgr(0, &p, &r) == -1 && AT_Stgr(2, &p, &r) == -1 && AT_Stgr(1, nullptr, &r) == -1 && AT_Stgr(1, &p, nullptr) == -1;
-         }},
-        {"answer text that leaves its quotes", [] {
-             StStgrPara p{3, 0, 0, 1, 0, {}, AT_CMD_RES_ERR};
-             std::strcpy(reinterpret_cast<char*>(p.DataText), "12\";+CFUN=0");
-             StStgrRsp r{AT_CMD_RES_ERR};
-             return AT_Stgr(1, &p, &r) == -1 && r.AtExeResult == AT_CMD_RES_ERR;
-         }},
-        {"answer text without its NUL", [] {
-             StStgrPara p{3, 0, 0, 1, 0, {}, AT_CMD_RES_ERR};
-             std::memset(p.DataText, '1', sizeof p.DataText);
-             StStgrRsp r{};
-             return AT_Stgr(1, &p, &r) == -1;
-         }},
-    };
+    int total = 0;
+    StStgiPara para{};
+    StStgiRsp* entries = nullptr;
+    StStsfPara sp{};
+    StStsfRsp sr{};
+    StStgrPara answer{3, 0, 0, 1, 0, {}, AT_CMD_RES_ERR};
+    StStgrRsp ar{AT_CMD_RES_ERR};
     FakeAtServer ats;
     ats.respond([](const Request&) { return ok(); });
-    for (const auto& [what, call] : calls) {
-        EXPECT_TRUE(call()) << what;
-        EXPECT_EQ(ats.count(), 0u) << what;
+    EXPECT_EQ(AT_Stsf(2, &sp, &sr) + AT_Stsf(AT_CHECK_VALUE, &sp, nullptr) + AT_Stsf(AT_SET_VALUE, nullptr, &sr), -3);
+    for (Reader read : {AT_Stgi, AT_StgiText, AT_StgiInput, AT_StgiInkey, AT_StgiRefresh, AT_StgiBrowser}) {
+        EXPECT_EQ(read(0, &total, &para, &entries), -1);  // refused
+        EXPECT_EQ(read(2, &total, &para, &entries) + read(-1, nullptr, nullptr, nullptr), 0);  // ignored
+        EXPECT_EQ(read(1, nullptr, &para, &entries) + read(1, &total, nullptr, &entries) + read(1, &total, &para, nullptr), -3);
     }
+    EXPECT_EQ(AT_Stgr(0, &answer, &ar) + AT_Stgr(2, &answer, &ar) + AT_Stgr(1, nullptr, &ar) + AT_Stgr(1, &answer, nullptr), -4);
+    std::strcpy(reinterpret_cast<char*>(answer.DataText), "12\";+CFUN=0");  // leaves its quotes
+    EXPECT_EQ(AT_Stgr(1, &answer, &ar), -1);
+    std::memset(answer.DataText, '1', sizeof answer.DataText);  // no NUL
+    EXPECT_EQ(AT_Stgr(1, &answer, &ar), -1);
+    EXPECT_EQ(std::make_tuple(total, entries, ar.AtExeResult), std::make_tuple(0, nullptr, AT_CMD_RES_ERR));
+    EXPECT_EQ(ats.count(), 0u);
 }
 
 }  // namespace
