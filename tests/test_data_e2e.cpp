@@ -19,13 +19,7 @@ using namespace std::chrono_literals;
 using atctl_test::CliRun;
 using atctl_test::Json;
 
-template <typename F>
-bool eventually(F f, std::chrono::milliseconds limit = 5s) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    for (; std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(20ms))
-        if (f()) return true;
-    return false;
-}
+using e2e::eventually;
 
 // Context `cid` as "ipv4/ipv6/IPv4 cause", or "" when the query failed.
 std::string states(int cid) {

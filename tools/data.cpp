@@ -16,7 +16,6 @@
 #include <span>
 #include <string_view>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "cli.h"
@@ -183,6 +182,21 @@ std::optional<AT_NDIS_STATUS_ST> read_state(Report& report, long cid) {
     return rec;
 }
 
+// Address fields: the key with blanks for its label, and whether `status` shows it on one line.
+struct Address {
+    const char* key;
+    const char* value;
+    bool brief;
+};
+
+void address_fields(Section& s, std::initializer_list<Address> addresses) {
+    for (const Address& a : addresses) {
+        std::string label = a.key;
+        std::replace(label.begin(), label.end(), '_', ' ');
+        s.field(label, a.value, a.brief).json(a.key, std::string(a.value));
+    }
+}
+
 void read_dhcp(Report& report, long cid) {
     const std::string n = std::to_string(cid);
     Section& s = report.section("dhcp_" + n, "context " + n + " IPv4 addresses (^DHCP)", "ipv4 " + n);
@@ -191,16 +205,8 @@ void read_dhcp(Report& report, long cid) {
     rec.AtExeResult = kUnset;
     const int rc = AT_dhcp(static_cast<int>(cid), &rec);
     if (!s.check(rc, rec.AtExeResult)) return;
-    const std::pair<const char*, const char*> addresses[] = {
-        {"address", rec.IPAddr}, {"netmask", rec.NetMask}, {"gateway", rec.GateWay},
-        {"dhcp_server", rec.Dhcp}, {"dns1", rec.pDNS},   {"dns2", rec.sDNS},
-    };
-    for (const auto& [key, value] : addresses) {
-        std::string label = key;
-        std::replace(label.begin(), label.end(), '_', ' ');
-        const bool brief = label == "address" || label.starts_with("dns");
-        s.field(label, value, brief).json(key, std::string(value));
-    }
+    address_fields(s, {{"address", rec.IPAddr, true}, {"netmask", rec.NetMask, false}, {"gateway", rec.GateWay, false},
+                       {"dhcp_server", rec.Dhcp, false}, {"dns1", rec.pDNS, true}, {"dns2", rec.sDNS, true}});
     s.field("rates", "down " + rate_text(rec.MAX_RX_DATA) + ", up " + rate_text(rec.MAX_TX_DATA));
     s.json("max_rx_bps", static_cast<long>(rec.MAX_RX_DATA)).json("max_tx_bps", static_cast<long>(rec.MAX_TX_DATA));
 }
@@ -213,11 +219,8 @@ void read_dhcpv6(Report& report, long cid) {
     rec.AtExeResult = kUnset;
     const int rc = AT_dhcpv6(static_cast<int>(cid), &rec);
     if (!s.check(rc, rec.AtExeResult)) return;
-    const std::tuple<const char*, const char*, bool> addresses[] = {
-        {"address", rec.clip_v6, true}, {"netmask", rec.netmask_v6, false}, {"gateway", rec.gate_v6, false},
-        {"dns1", rec.pDNS_v6, true},    {"dns2", rec.sDNS_v6, true},
-    };
-    for (const auto& [key, value, brief] : addresses) s.field(key, value, brief).json(key, std::string(value));
+    address_fields(s, {{"address", rec.clip_v6, true}, {"netmask", rec.netmask_v6, false},
+                       {"gateway", rec.gate_v6, false}, {"dns1", rec.pDNS_v6, true}, {"dns2", rec.sDNS_v6, true}});
 }
 
 // State and, where a bearer is up, its addresses.
