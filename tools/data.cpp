@@ -401,7 +401,6 @@ ATCTL_SUBCOMMAND({.name = "data",
                   .options = "--cid N --apn APN --user U --auth MODE --ip TYPE --password-file FILE --timeout S",
                   .min_args = 0,
                   .max_args = 1,
-                  .run = run_data,
-                  .in_status = true});
+                  .run = run_data});
 
 }  // namespace atctl
