@@ -79,6 +79,9 @@ bool Request::commit(Site site, const char* fmt, std::span<const ArgText> args, 
     const char* cr = body ? static_cast<const char*>(std::memchr(line, '\r', length)) : nullptr;
     // A cut command is never sent; a cut message body is (the modem refuses the message).
     if (formatted < 0 && cr == nullptr) return refuse(site, "the command line does not fit");
+    // A NUL put in by "%c" ends the text early: the line would go out cut where it stands.
+    if (formatted > 0 && static_cast<std::size_t>(formatted) > length && cr == nullptr)
+        return refuse(site, "the command line holds a control character");
     const std::size_t command = cr ? static_cast<std::size_t>(cr - line) : length;
     for (std::size_t i = 0; i < command; ++i)
         if (control(static_cast<unsigned char>(line[i]))) return refuse(site, "the command line holds a control character");

@@ -11,14 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Polls `f` until it holds or `limit` passes.
-template <typename F>
-bool eventually(F f, std::chrono::milliseconds limit = 5s) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    for (; std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(20ms))
-        if (f()) return true;
-    return false;
-}
+using e2e::eventually;
 
 std::string rssi() {
     StRssiInfo r{};

@@ -64,6 +64,7 @@ TEST(Frame, FormattedLinesAreWholeAndSafe) {
         {"bare text with CR",       [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%d,%s", 1, "1\r"); }, ""},
         {"control character by %c", [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%c", '\r'); }, ""},
         {"digit character by %c",   [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%c", '2'); }, "AT+X=2"},
+        {"NUL by %c cuts the line", [](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+X=%c,\"%s\"", '\0', "a"); }, ""},
         {"fits exactly",            [&](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+%s", fits.c_str()); }, "AT+" + fits},
         {"one too long",            [&](auto& r) { return AT_FORMAT_CMD(r, 639, "AT+%s", too_long.c_str()); }, ""},
         {"count below the field",   [](auto& r) { return AT_FORMAT_CMD(r, 5, "AT+X=%d", 100); }, ""},

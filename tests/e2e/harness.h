@@ -7,6 +7,7 @@
 #include <chrono>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "atapi.h"
@@ -15,6 +16,15 @@
 namespace e2e {
 
 using namespace std::chrono_literals;
+
+// Polls `f` until it holds or `limit` passes: how a test waits for a state the processes reach.
+template <typename F>
+bool eventually(F f, std::chrono::milliseconds limit = 5s) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    for (; std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(20ms))
+        if (f()) return true;
+    return false;
+}
 
 // A child process, stopped (TERM, then KILL) when it goes out of scope.
 class Child {
