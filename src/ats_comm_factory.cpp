@@ -292,13 +292,13 @@ extern "C" int AT_UiccAuth(int cmd_type, St_Uicc_Auth* uicc_auth) {
 
 extern "C" int AT_ZteDownload(ZTEWorkMode* Para) {
     if (!Para) return -1;
-    Request req;
     if (Para->mode == '\0') {
-        if (!AT_FORMAT_CMD(req, 639, "AT+ZCDRUN=G")) return -1;
-    } else {
-        // A letter or digit only: any other character could end or chain the command.
-        if (!std::isalnum(static_cast<unsigned char>(Para->mode))) return -1;
-        if (!AT_FORMAT_CMD(req, 639, "AT+ZCDRUN=%c", Para->mode)) return -1;
+        Request req{"AT+ZCDRUN=G", nullptr};
+        return atapi::set_and_map(req, Para->AtExeResult);
     }
+    // A letter or digit only: any other character could end or chain the command.
+    if (!std::isalnum(static_cast<unsigned char>(Para->mode))) return -1;
+    Request req;
+    if (!AT_FORMAT_CMD(req, 639, "AT+ZCDRUN=%c", Para->mode)) return -1;
     return atapi::set_and_map(req, Para->AtExeResult);
 }
