@@ -223,6 +223,9 @@ private:
     void hang_up() {
         if (verbose_) std::fprintf(stderr, "modemsim: port dropped for %d ms\n", hangup_ms_);
         port_.close();
+        // The link goes with the port, as a USB modem's device node does: left in place it would
+        // name a terminal number the system may give to another program meanwhile.
+        port_.unlink_link();
         // A modem that restarts forgets the command it was answering.
         input_.clear();
         reply_.clear();

@@ -32,6 +32,7 @@ constexpr bool kHaveClock = library_reads_clock<ST_AT_TIME>();
 
 const Strings kSignalKeys{"csq", "hcsq", "cerssi", "rsrp", "csnr"};
 const Strings kRegistrationKeys{"creg", "cgreg", "cereg", "cgatt", "sysinfoex", "rejinfoex"};
+const Strings kDeviceKeys{"cgmi", "cgmm", "version", "sn", "imsi"};
 
 Strings keys_of(const Json& doc) {
     Strings v;
@@ -56,6 +57,11 @@ protected:
             {"AT^SYSINFOEX",  ok("^SYSINFOEX: 2,3,0,1,,6,\"LTE\",101,\"LTE FDD\"")},
             {"AT^REJINFO?",   ok("^REJINFO: 46000,1,15,7")},
             {"AT+CCLK?",      ok("+CCLK: \"2026/12/31,23:50:00+32\"")},
+            {"AT+CGMI",       ok("Example Modems")},
+            {"AT+CGMM",       ok("EM-LTE-1")},
+            {"AT^VERSION?",   ok("^VERSION:EXTD:EM1.04.12\r\n^VERSION:EXTH:EM-LTE-1 HW-A")},
+            {"AT^SN",         ok("^SN: EMLTE1A0012345")},
+            {"AT+CIMI",       ok("460001357924680")},
         };
         for (const auto& [cmd, reply] : changes) m[cmd] = reply;
         ats.respond([m](const Request& req) {
@@ -210,18 +216,20 @@ TEST_F(Atctl, StatusIsOneLinePerCallAndOnlyReads) {
     const CliRun r = atctl({"status"});
     ASSERT_EQ(r.exit, 0) << r.out << r.err;
     const Strings lines = r.lines();
-    ASSERT_EQ(lines.size(), kSignalKeys.size() + kRegistrationKeys.size() + 1) << r.out;
+    ASSERT_EQ(lines.size(), kSignalKeys.size() + kRegistrationKeys.size() + 1 + kDeviceKeys.size()) << r.out;
     EXPECT_TRUE(lines[0].starts_with("csq        rssi -73 dBm (raw 20), ber unknown (raw 99)")) << lines[0];
     EXPECT_TRUE(lines[5].starts_with("creg       stat registered, roaming (5)")) << lines[5];
     Strings sent{"AT+CSQ", "AT^HCSQ?", "AT^CERSSI?", "AT^LTERSRP?", "AT^CSNR?", "AT+CREG?", "AT+CGREG?", "AT+CEREG?",
                  "AT+CGATT?", "AT^SYSINFOEX", "AT^REJINFO?"};
     if (kHaveClock) sent.push_back("AT+CCLK?");
+    sent.insert(sent.end(), {"AT+CGMI", "AT+CGMM", "AT^VERSION?", "AT^SN", "AT+CIMI"});
     EXPECT_EQ(commands(), sent);
 
     const Json doc = json({"status"}, 0);
     Strings keys = kSignalKeys;
     keys.insert(keys.end(), kRegistrationKeys.begin(), kRegistrationKeys.end());
     keys.push_back("cclk");
+    keys.insert(keys.end(), kDeviceKeys.begin(), kDeviceKeys.end());
     EXPECT_EQ(keys_of(doc), keys);
     // A library without the clock read is no modem failure.
     EXPECT_EQ(doc["cclk"]["ok"].show(), kHaveClock ? "true" : "false");

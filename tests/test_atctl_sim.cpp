@@ -43,6 +43,17 @@ on AT\^REJINFO\?
   line ^REJINFO: 46001,0,13,2
 on AT\+CCLK\?
   line +CCLK: "2030/05/01,12:00:00+00"
+on AT\+CGMI
+  line Example Modems
+on AT\+CGMM
+  line EM-LTE-1
+on AT\^VERSION\?
+  line ^VERSION:EXTD:EM1.04.12
+  line ^VERSION:EXTH:EM-LTE-1 HW-A
+on AT\^SN
+  line ^SN: EMLTE1A0012345
+on AT\+CIMI
+  line 460001357924680
 )";
 
 // A modem that refuses the signal report and has no network for registration.
