@@ -42,13 +42,6 @@ long used(Engine& e, const std::string& store) {
     return s ? static_cast<long>(s->size()) : 0;
 }
 
-std::string hex_of(const std::string& bytes) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string out;
-    for (unsigned char c : bytes) out += kDigits[c >> 4], out += kDigits[c & 15];
-    return out;
-}
-
 const char* status_text(long stat) {
     static const char* const kNames[] = {"REC UNREAD", "REC READ", "STO UNSENT", "STO SENT"};
     return stat >= 0 && stat <= 3 ? kNames[stat] : "ALL";
@@ -88,7 +81,7 @@ void show(Engine& e, Response& r, const char* name, long key, const Record& rec,
     std::string head = prefix + "\"" + status_text(number_of(stat)) + "\",\"" + m.address.text + "\",";
     if (m.kind == smscodec::Kind::deliver) head += ",\"" + time_text(m.time) + "\"";
     r.lines.push_back(head);
-    r.lines.push_back(m.coding == smscodec::Coding::ucs2 ? hex_of(smscodec::ucs2_encode(m.text)) : m.text);
+    r.lines.push_back(m.coding == smscodec::Coding::ucs2 ? smscodec::hex_encode(smscodec::ucs2_encode(m.text)) : m.text);
 }
 
 void mark_read(Engine& e, const std::string& store, long key, const Record& rec) {
@@ -135,7 +128,8 @@ void deliver_if_own(Engine& e, Response* r, const std::string& submit_pdu) {
         return;
     }
     const std::string mem = e.var("mem3");
-    const std::optional<long> key = store_message(e, r, mem, {{"stat", "0"}, {"len", std::to_string(pdu->length)}, {"pdu", pdu->hex}}, delay);
+    const std::optional<long> key =
+        store_message(e, r, mem, {{"stat", "0"}, {"len", std::to_string(pdu->length)}, {"pdu", pdu->hex}}, delay);
     if (key && mt != "0") r->after.emplace_back(delay, "+CMTI: \"" + mem + "\"," + std::to_string(*key));
 }
 
@@ -158,6 +152,30 @@ std::string body_text(const std::string& body, bool ucs2) {
     size_t n = 0;
     while (n + 1 < body.size() && (body[n] != '\0' || body[n + 1] != '\0')) n += 2;
     return smscodec::ucs2_decode(body.substr(0, n));
+}
+
+// Stores a message into the writing memory and answers "NAME: index", or the error a full store
+// gives.
+void write_stored(Call& call, const char* name, long stat, const std::string& len, const std::string& pdu) {
+    const std::optional<long> key = store_message(call.engine, call.response, call.engine.var("mem2"),
+                                                  {{"stat", std::to_string(stat)}, {"len", len}, {"pdu", pdu}}, 100);
+    if (!key) call.response->final = "+CMS ERROR: 322";
+    else call.response->lines.push_back(std::string(name) + ": " + std::to_string(*key));
+}
+
+// A text written as a message: a status outside 0..3 is taken as unsent.
+void write_text(Call& call, const char* name, const std::string& number, const std::string& text, long stat) {
+    if (stat < 0 || stat > 3) stat = 2;
+    const std::optional<smscodec::Pdu> pdu = text_pdu(call.engine, number, text, stat);
+    if (!pdu) call.response->final = "+CMS ERROR: 304";
+    else write_stored(call, name, stat, std::to_string(pdu->length), pdu->hex);
+}
+
+// The next message reference, 0 to 255.
+long next_reference(Engine& e) {
+    const long mr = (number_of(e.var("mr"), 0) + 1) % 256;
+    e.set_var("mr", std::to_string(mr));
+    return mr;
 }
 
 }  // namespace
@@ -263,7 +281,8 @@ SIM_FUNCTION(sms_delete) {
     const std::map<long, Record> copy = *slots;
     for (const auto& [k, rec] : copy) {
         const long stat = number_of(rec.count("stat") ? rec.at("stat") : "");
-        const bool gone = flag == 0 ? k == key : flag == 4 || stat == 1 || (flag >= 2 && stat == 3) || (flag == 3 && stat == 2);
+        const bool gone =
+            flag == 0 ? k == key : flag == 4 || stat == 1 || (flag >= 2 && stat == 3) || (flag == 3 && stat == 2);
         if (gone) call.engine.erase(store, k);
     }
     return {};
@@ -274,13 +293,8 @@ SIM_FUNCTION(sms_delete) {
 // sms_write LENGTH STAT: the PDU body into the writing memory; +CMS ERROR 322 when it is full.
 SIM_FUNCTION(sms_write) {
     if (!call.response) return {};
-    const std::string mem = call.engine.var("mem2");
-    const std::optional<long> key = store_message(
-        call.engine, call.response, mem,
-        {{"stat", call.args.size() > 1 ? call.args[1] : "2"}, {"len", call.args.empty() ? "0" : call.args[0]}, {"pdu", call.body}},
-        100);
-    if (!key) call.response->final = "+CMS ERROR: 322";
-    else call.response->lines.push_back("+CMGW: " + std::to_string(*key));
+    const long stat = call.args.size() > 1 ? number_of(call.args[1], 2) : 2;
+    write_stored(call, "+CMGW", stat, call.args.empty() ? "0" : call.args[0], call.body);
     return {};
 }
 
@@ -288,17 +302,7 @@ SIM_FUNCTION(sms_write) {
 // the status it captured ($2, "STO UNSENT" when none).
 SIM_FUNCTION(sms_write_text) {
     if (!call.response || call.caps.size() < 3) return {};
-    const long stat = call.caps[2].empty() ? 2 : status_of(call.caps[2]);
-    const std::optional<smscodec::Pdu> pdu = text_pdu(call.engine, call.caps[1], call.body, stat < 0 || stat > 3 ? 2 : stat);
-    if (!pdu) {
-        call.response->final = "+CMS ERROR: 304";
-        return {};
-    }
-    const std::optional<long> key = store_message(
-        call.engine, call.response, call.engine.var("mem2"),
-        {{"stat", std::to_string(stat < 0 || stat > 3 ? 2 : stat)}, {"len", std::to_string(pdu->length)}, {"pdu", pdu->hex}}, 100);
-    if (!key) call.response->final = "+CMS ERROR: 322";
-    else call.response->lines.push_back("+CMGW: " + std::to_string(*key));
+    write_text(call, "+CMGW", call.caps[1], call.body, call.caps[2].empty() ? 2 : status_of(call.caps[2]));
     return {};
 }
 
@@ -306,8 +310,7 @@ SIM_FUNCTION(sms_write_text) {
 // comes back.
 SIM_FUNCTION(sms_send) {
     if (!call.response) return {};
-    const long mr = (number_of(call.engine.var("mr"), 0) + 1) % 256;
-    call.engine.set_var("mr", std::to_string(mr));
+    const long mr = next_reference(call.engine);
     call.response->lines.push_back("+CMGS: " + std::to_string(mr));
     deliver_if_own(call.engine, call.response, call.body);
     return {};
@@ -321,8 +324,7 @@ SIM_FUNCTION(sms_send_text) {
         call.response->final = "+CMS ERROR: 304";
         return {};
     }
-    const long mr = (number_of(call.engine.var("mr"), 0) + 1) % 256;
-    call.engine.set_var("mr", std::to_string(mr));
+    const long mr = next_reference(call.engine);
     call.response->lines.push_back("+CMGS: " + std::to_string(mr));
     deliver_if_own(call.engine, call.response, pdu->hex);
     return {};
@@ -350,8 +352,7 @@ SIM_FUNCTION(sms_send_stored) {
             if (const auto again = smscodec::encode(m)) pdu = again->hex;
         }
     }
-    const long mr = (number_of(call.engine.var("mr"), 0) + 1) % 256;
-    call.engine.set_var("mr", std::to_string(mr));
+    const long mr = next_reference(call.engine);
     if (rec["stat"] == "2") call.engine.put(store, key, {{"stat", "3"}});
     call.response->lines.push_back("+CMSS: " + std::to_string(mr));
     deliver_if_own(call.engine, call.response, pdu);
@@ -374,12 +375,13 @@ SIM_FUNCTION(sms_hread) {
     const Record rec = slots->at(key);
     const smscodec::Decoded d = smscodec::decode(rec.count("pdu") ? rec.at("pdu") : "");
     const smscodec::Message m = d.message.value_or(smscodec::Message{});
-    const bool ucs2 = m.coding == smscodec::Coding::ucs2 || !std::all_of(m.text.begin(), m.text.end(), [](char c) { return c > 0; });
+    const bool ascii = std::all_of(m.text.begin(), m.text.end(), [](char c) { return c > 0; });
+    const bool ucs2 = m.coding == smscodec::Coding::ucs2 || !ascii;
     const std::string body = ucs2 ? smscodec::ucs2_encode(m.text) : m.text;
     const smscodec::Timestamp& t = m.time;
     char head[160];
-    std::snprintf(head, sizeof head, "^HCMGR: \"%s\",%d,%d,%d,%d,%d,%d,0,%d,%zu,0,0,0,%s", m.address.text.c_str(), t.year,
-                  t.month, t.day, t.hour, t.minute, t.second, ucs2 ? 6 : 0, body.size(),
+    std::snprintf(head, sizeof head, "^HCMGR: \"%s\",%d,%d,%d,%d,%d,%d,0,%d,%zu,0,0,0,%s", m.address.text.c_str(),
+                  t.year, t.month, t.day, t.hour, t.minute, t.second, ucs2 ? 6 : 0, body.size(),
                   rec.count("stat") ? rec.at("stat").c_str() : "0");
     call.response->lines.push_back(head);
     call.response->lines.push_back(body);
@@ -391,18 +393,7 @@ SIM_FUNCTION(sms_hread) {
 // body: format 6 is UCS-2, others plain bytes.
 SIM_FUNCTION(sms_hwrite) {
     if (!call.response || call.caps.size() < 7) return {};
-    const long stat = number_of(call.caps[3], 2);
-    const std::string text = body_text(call.body, call.caps[6] == "6");
-    const std::optional<smscodec::Pdu> pdu = text_pdu(call.engine, call.caps[1], text, stat < 0 || stat > 3 ? 2 : stat);
-    if (!pdu) {
-        call.response->final = "+CMS ERROR: 304";
-        return {};
-    }
-    const std::optional<long> key = store_message(
-        call.engine, call.response, call.engine.var("mem2"),
-        {{"stat", std::to_string(stat < 0 || stat > 3 ? 2 : stat)}, {"len", std::to_string(pdu->length)}, {"pdu", pdu->hex}}, 100);
-    if (!key) call.response->final = "+CMS ERROR: 322";
-    else call.response->lines.push_back("^HCMGW: " + std::to_string(*key));
+    write_text(call, "^HCMGW", call.caps[1], body_text(call.body, call.caps[6] == "6"), number_of(call.caps[3], 2));
     return {};
 }
 
@@ -411,10 +402,9 @@ SIM_FUNCTION(sms_hwrite) {
 // variable sms_last_body (hexadecimal), for a look at what reached the modem.
 SIM_FUNCTION(sms_hsend) {
     if (!call.response || call.caps.size() < 2) return {};
-    call.engine.set_var("sms_last_body", hex_of(call.body));
+    call.engine.set_var("sms_last_body", smscodec::hex_encode(call.body));
     const std::string text = body_text(call.body, call.engine.var("hsmsss_fmt") == "6");
-    const long mr = (number_of(call.engine.var("mr"), 0) + 1) % 256;
-    call.engine.set_var("mr", std::to_string(mr));
+    const long mr = next_reference(call.engine);
     call.response->after.emplace_back(300, "^HCMGSS: " + std::to_string(mr));
     if (const std::optional<smscodec::Pdu> pdu = text_pdu(call.engine, call.caps[1], text, 2))
         deliver_if_own(call.engine, call.response, pdu->hex);
@@ -437,7 +427,7 @@ SIM_FUNCTION(pb_read) {
     }
     const Record& rec = slots->at(key);
     std::string name = rec.count("name") ? rec.at("name") : "", coding = rec.count("coding") ? rec.at("coding") : "0";
-    if (coding == "2") name = hex_of(name), coding = "1";
+    if (coding == "2") name = smscodec::hex_encode(name), coding = "1";
     call.response->lines.push_back("^CPBR: " + std::to_string(key) + ",\"" + rec.at("number") + "\"," + rec.at("type") +
                                    ",\"" + name + "\"," + coding);
     return {};
@@ -448,8 +438,8 @@ SIM_FUNCTION(pb_read) {
 SIM_FUNCTION(pb_write) {
     if (!call.response || call.caps.size() < 6) return {};
     const std::string store = "pb_" + call.engine.var("pbs");
-    if (!call.engine.put(store, number_of(call.caps[1]),
-                         {{"number", call.caps[2]}, {"type", call.caps[3]}, {"name", call.caps[4]}, {"coding", call.caps[5]}}))
+    const Record entry = {{"number", call.caps[2]}, {"type", call.caps[3]}, {"name", call.caps[4]}, {"coding", call.caps[5]}};
+    if (!call.engine.put(store, number_of(call.caps[1]), entry))
         call.response->final = "+CME ERROR: 21";
     return {};
 }

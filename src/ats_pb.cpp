@@ -24,11 +24,6 @@ namespace {
 constexpr at_function_type kPhonebook = AT_FUNCTION_PHONE_RECORD;
 constexpr int kNameMax = 512;
 
-template <std::size_t N>
-std::string field_text(const char (&f)[N]) {
-    return std::string(f, strnlen(f, N));
-}
-
 // One entry as the entry decoder takes it from a raw reply.
 struct StCPBR {
     int iIndex;
@@ -51,7 +46,8 @@ void pbat_parse(const char* src, int iLength, StCPBR* StRsp) {
     int comma[3];
     int from = 0;
     for (int& c : comma) {
-        const char* p = static_cast<const char*>(std::memchr(src + from, ',', static_cast<std::size_t>(text_len - from)));
+        const auto rest = static_cast<std::size_t>(text_len - from);
+        const char* p = static_cast<const char*>(std::memchr(src + from, ',', rest));
         if (!colon || !p) return;
         c = static_cast<int>(p - src);
         from = c + 1;
@@ -154,7 +150,7 @@ extern "C" int AT_Cpbs(int cmd_type, StCpbsPara* cpbs_para, StCpbsRsp* cpbs_rsp)
         },
         [&] {
             if (!cpbs_para || !cpbs_rsp) return -1;
-            const std::string store = field_text(cpbs_para->storageflag);
+            const std::string store = atapi::input_text(cpbs_para->storageflag);
             Request req;
             if (!AT_FORMAT_CMD(req, 639, "AT+CPBS=\"%s\"", store.c_str())) return -1;
             if (int rc = req.exchange()) return rc;
@@ -173,7 +169,7 @@ extern "C" int AT_Cpbw(int, StCpbwPara* cpbw_para, StCpbwRsp* cpbw_rsp) {
     } else if (cpbw_para->cmdType == 0 || cpbw_para->cmdType == 1) {
         if (cpbw_para->nameLength < 0 || cpbw_para->nameLength > kNameMax) return -1;
         const auto name_len = static_cast<std::size_t>(cpbw_para->nameLength);
-        const std::string number = field_text(cpbw_para->phonenumber);
+        const std::string number = atapi::input_text(cpbw_para->phonenumber);
         const char coding = cpbw_para->coding == 2 ? '2' : cpbw_para->coding == 1 ? '1' : '0';
         const char tail[3] = {'"', ',', coding};
         if (!AT_FORMAT_CMD(req, 639, "AT^CPBW=%d,\"%s\",%d,\"", cpbw_para->index, number.c_str(),

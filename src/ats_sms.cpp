@@ -29,12 +29,6 @@ constexpr std::size_t kHcmgsBody = 256;
 constexpr std::size_t kHcmgwBody = 162;
 constexpr int kHcmgrBodyMax = 161;
 
-// An input text field of a record, read no further than its width.
-template <std::size_t N>
-std::string field_text(const char (&f)[N]) {
-    return std::string(f, strnlen(f, N));
-}
-
 // Stores the bound fields of one row.
 void store(const atapi::Row& row, std::initializer_list<atapi::Binding> fields) {
     atapi::store_fields(row, std::span<const atapi::Binding>(fields.begin(), fields.size()));
@@ -64,7 +58,8 @@ int cpms_check(bool vendor, StCpms* res) {
 
 int cpms_execute(bool vendor, StCpms* para, StCpms* res) {
     if (!para || !res) return -1;
-    const std::string m1 = field_text(para->mem1), m2 = field_text(para->mem2), m3 = field_text(para->mem3);
+    const std::string m1 = atapi::input_text(para->mem1), m2 = atapi::input_text(para->mem2),
+                      m3 = atapi::input_text(para->mem3);
     Request req{kStoreTimeout};
     const bool formatted =
         vendor ? AT_FORMAT_CMD(req, 639, "AT^HCPMS=\"%s\",\"%s\",\"%s\"", m1.c_str(), m2.c_str(), m3.c_str())
@@ -401,7 +396,7 @@ extern "C" int AT_Csca(int cmd_type, StCsca* csca_para, StCsca* csca_res) {
         },
         [&] {
             if (!csca_para || !csca_res) return -1;
-            const std::string sca = field_text(csca_para->sca);
+            const std::string sca = atapi::input_text(csca_para->sca);
             // A type the caller set is not passed on: 145 only for an unset type and a '+' number.
             const int type = csca_para->tosca == 0 && sca.starts_with('+') ? 145 : 129;
             Request req;
@@ -440,7 +435,7 @@ extern "C" int AT_cscb(int cmdType, StSmCscb* smcscb) {
         },
         [&] {
             if (!smcscb) return -1;
-            const std::string mids = field_text(smcscb->mids), dcss = field_text(smcscb->dcss);
+            const std::string mids = atapi::input_text(smcscb->mids), dcss = atapi::input_text(smcscb->dcss);
             Request req;
             bool formatted = AT_FORMAT_CMD(req, 639, "AT+CSCB=%d", smcscb->mode);
             // The coding schemes go out only behind a list of identifiers.
@@ -518,7 +513,7 @@ extern "C" int AT_smmemfull(StSmmemfull* sm_full_res) {
 
 extern "C" int AT_Cmgs(StCmgsInfo* sms_pdu, StCmssRes* cmgs_result) {
     if (!sms_pdu || !cmgs_result) return -1;
-    const std::string pdu = field_text(sms_pdu->pdu);
+    const std::string pdu = atapi::input_text(sms_pdu->pdu);
     Request req;
     if (!AT_FORMAT_CMD_WITH_BODY(req, 639, "AT+CMGS=%d\r%s%c", sms_pdu->length, pdu.c_str(), kCtrlZ)) return -1;
     req.set_match("+CMGS:");
@@ -531,7 +526,7 @@ extern "C" int AT_Cmgs(StCmgsInfo* sms_pdu, StCmssRes* cmgs_result) {
 
 extern "C" int AT_Cmgw(StCmgsInfo* sms_pdu, StCmgwRes* cmgw_result) {
     if (!sms_pdu || !cmgw_result) return -1;
-    const std::string pdu = field_text(sms_pdu->pdu);
+    const std::string pdu = atapi::input_text(sms_pdu->pdu);
     Request req;
     if (!AT_FORMAT_CMD_WITH_BODY(req, 639, "AT+CMGW=%d,%d\r%s%c", sms_pdu->length, sms_pdu->state, pdu.c_str(),
                                  kCtrlZ))
@@ -545,7 +540,7 @@ extern "C" int AT_Cmgw(StCmgsInfo* sms_pdu, StCmgwRes* cmgw_result) {
 
 extern "C" int AT_Cmss(StCmssPara* cmss_para, StCmssRes* cmss_result) {
     if (!cmss_para || !cmss_result) return -1;
-    const std::string da = field_text(cmss_para->da);
+    const std::string da = atapi::input_text(cmss_para->da);
     Request req{kCmssTimeout};
     // The destination goes on the line without quotes, as the modem has always been given it.
     bool formatted;
@@ -567,7 +562,7 @@ extern "C" int AT_Cmss(StCmssPara* cmss_para, StCmssRes* cmss_result) {
 extern "C" int AT_Hcmgs(StHcmgsTextInfo* sms_text, StHcmgsRes* hcmgs_result) {
     ATS_TRACE(INFO, "[AT_Hcmgs]enter...\n");
     if (!sms_text || !hcmgs_result) return -1;
-    const std::string number = field_text(sms_text->Number);
+    const std::string number = atapi::input_text(sms_text->Number);
     Request req;
     // The body is raw bytes of fixed size right behind the CR, NULs included.
     if (!AT_FORMAT_CMD_WITH_BODY(req, 639, "AT^HCMGS=\"%s\",%d\r", number.c_str(), sms_text->tooa) ||
@@ -593,7 +588,7 @@ extern "C" int AT_Hcmgw(WriteHTextMsgCmd* cmd, WriteHTextMsgRsp* Rsp) {
         return -1;
     }
     ATS_TRACE(INFO, "[AT_Hcmgw] enter... \n");
-    const std::string oa = field_text(cmd->oa_ad);
+    const std::string oa = atapi::input_text(cmd->oa_ad);
     Request req;
     if (!AT_FORMAT_CMD_WITH_BODY(req, 639, "AT^HCMGW=\"%s\",%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d\r", oa.c_str(),
                                  cmd->tooa, cmd->stat, cmd->ptr, cmd->type, cmd->format, cmd->lang, cmd->year,

@@ -187,6 +187,10 @@ TEST(SmsCodec, AddressesAndAlphabet) {
     EXPECT_TRUE(fits_gsm7("@£$¥ {}[]~\\|^€ ÆØÅ"));
     EXPECT_FALSE(fits_gsm7("ç"));  // small c cedilla has no code of its own
     EXPECT_FALSE(fits_gsm7("\xff"));
+    EXPECT_EQ(hex_encode(ucs2_encode("Zoë 😀")), "005A006F00EB0020D83DDE00");
+    EXPECT_EQ(ucs2_decode(hex_decode("005a006F00eb0020D83DDE00").value_or("")), "Zoë 😀");
+    EXPECT_FALSE(hex_decode("0"));
+    EXPECT_FALSE(hex_decode("0g"));
 }
 
 }  // namespace

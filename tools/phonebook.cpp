@@ -17,12 +17,8 @@ std::string name_text(const StCpbrRsp& r) {
     const size_t n = static_cast<size_t>(std::clamp(r.nameLength, 0, static_cast<int>(sizeof r.text)));
     const std::string raw(r.text, n);
     if (r.coding == 2) return smscodec::ucs2_decode(raw);
-    if (r.coding == 1 && raw.size() % 4 == 0 && raw.find_first_not_of("0123456789ABCDEFabcdef") == std::string::npos) {
-        std::string bytes;
-        for (size_t i = 0; i < raw.size(); i += 2) bytes += static_cast<char>(std::stoi(raw.substr(i, 2), nullptr, 16));
-        return smscodec::ucs2_decode(bytes);
-    }
-    return raw;
+    const std::optional<std::string> bytes = r.coding == 1 ? smscodec::hex_decode(raw) : std::nullopt;
+    return bytes ? smscodec::ucs2_decode(*bytes) : raw;
 }
 
 int index_arg(const Invocation& inv, size_t i) {
@@ -55,7 +51,8 @@ void run_list(Report& report) {
     if (!s.check(rc, store.AtExeResult)) return;
     s.field("store", field_text(store.storageflag) + ", " + std::to_string(store.usedNum) + " of " +
                          std::to_string(store.totalNum) + " used", true);
-    s.json("store", field_text(store.storageflag)).json("used", long{store.usedNum}).json("total", long{store.totalNum});
+    s.json("store", field_text(store.storageflag)).json("used", long{store.usedNum});
+    s.json("total", long{store.totalNum});
 
     Section& t = report.section("cpbr_test", "entry range and lengths (^CPBR=?)", "cpbr");
     if (t.skipped()) return;
@@ -65,7 +62,8 @@ void run_list(Report& report) {
     const int trc = AT_Cpbr(1, &para, &range);
     if (!t.check(trc, range.AtExeResult)) return;
     t.field("indexes", std::to_string(range.indexsBegin) + " to " + std::to_string(range.indexsEnd));
-    t.field("lengths", "number " + std::to_string(range.phoneMaxLength) + ", name " + std::to_string(range.nameMaxLength));
+    t.field("lengths",
+            "number " + std::to_string(range.phoneMaxLength) + ", name " + std::to_string(range.nameMaxLength));
     t.json("first", long{range.indexsBegin}).json("last", long{range.indexsEnd});
     t.json("number_length", long{range.phoneMaxLength}).json("name_length", long{range.nameMaxLength});
 

@@ -35,8 +35,8 @@ std::string two(int v) { return (v < 10 ? "0" : "") + std::to_string(v); }
 // "2024-03-29T15:16:59+02:00": local time of the service centre and its offset.
 std::string time_text(const smscodec::Timestamp& t) {
     const int minutes = (t.zone < 0 ? -t.zone : t.zone) * 15;
-    return std::to_string(t.year) + "-" + two(t.month) + "-" + two(t.day) + "T" + two(t.hour) + ":" + two(t.minute) + ":" +
-           two(t.second) + (t.zone < 0 ? "-" : "+") + two(minutes / 60) + ":" + two(minutes % 60);
+    return std::to_string(t.year) + "-" + two(t.month) + "-" + two(t.day) + "T" + two(t.hour) + ":" + two(t.minute) +
+           ":" + two(t.second) + (t.zone < 0 ? "-" : "+") + two(minutes / 60) + ":" + two(minutes % 60);
 }
 
 const char* coding_text(smscodec::Coding c) {
@@ -56,7 +56,8 @@ std::optional<Stored> read_one(Report& report, int index) {
     rec.index = index;
     const int rc = AT_Cmgr(&rec);
     if (rc != 0) {
-        Section& s = report.section("sms_" + std::to_string(index), "message " + std::to_string(index) + " (+CMGR)", "sms");
+        const std::string at = std::to_string(index);
+        Section& s = report.section("sms_" + at, "message " + at + " (+CMGR)", "sms");
         if (!s.skipped()) s.check(rc);
         return std::nullopt;
     }
@@ -78,7 +79,8 @@ void show_messages(Report& report, const std::vector<Stored>& stored, std::optio
         if (only && *only != stored[i].index) continue;
         Section& s = report.section("sms_" + std::to_string(stored[i].index),
                                     "message " + std::to_string(stored[i].index) + " (+CMGR)", "sms");
-        s.field("status", status_text(stored[i].state)).field("pdu", stored[i].pdu).field("undecodable", stored[i].decoded.error);
+        s.field("status", status_text(stored[i].state)).field("pdu", stored[i].pdu);
+        s.field("undecodable", stored[i].decoded.error);
         s.json("index", long{stored[i].index}).json("status", long{stored[i].state}).json("pdu", stored[i].pdu);
         s.json("decode_error", stored[i].decoded.error);
     }
@@ -86,7 +88,8 @@ void show_messages(Report& report, const std::vector<Stored>& stored, std::optio
         std::vector<const Stored*> parts;
         for (size_t p : a.parts) parts.push_back(&stored[origin[p]]);
         if (parts.empty()) continue;
-        if (only && std::none_of(parts.begin(), parts.end(), [&](const Stored* p) { return p->index == *only; })) continue;
+        const auto is_wanted = [&](const Stored* p) { return p->index == *only; };
+        if (only && std::none_of(parts.begin(), parts.end(), is_wanted)) continue;
         const smscodec::Message& m = *parts.front()->decoded.message;
         std::string indexes;
         for (const Stored* p : parts) indexes += (indexes.empty() ? "" : ",") + std::to_string(p->index);
@@ -122,7 +125,8 @@ std::optional<std::vector<int>> list_indexes(Report& report) {
     if (!s.check(rc, rsp.AtExeResult)) return std::nullopt;
     std::string text;
     for (int i : indexes) text += (text.empty() ? "" : ",") + std::to_string(i);
-    s.field("indexes", text.empty() ? "none" : text, true).json("count", static_cast<long>(indexes.size())).json("indexes", text);
+    s.field("indexes", text.empty() ? "none" : text, true);
+    s.json("count", static_cast<long>(indexes.size())).json("indexes", text);
     return indexes;
 }
 
@@ -164,7 +168,8 @@ void run_send(Report& report, const std::string& number) {
     const std::string text = read_text();
     if (text.empty()) throw UsageError("no text on standard input");
     std::random_device rd;
-    const std::vector<smscodec::Pdu> pdus = smscodec::encode_submit(number, text, {.reference = static_cast<int>(rd() & 0xFF)});
+    const std::vector<smscodec::Pdu> pdus =
+        smscodec::encode_submit(number, text, {.reference = static_cast<int>(rd() & 0xFF)});
     if (pdus.empty()) throw UsageError("the text needs more than 255 parts");
     for (size_t i = 0; i < pdus.size(); ++i) {
         const std::string part = std::to_string(i + 1) + " of " + std::to_string(pdus.size());
@@ -229,12 +234,15 @@ void run_storage(const Invocation& inv, Report& report) {
     } stores[] = {{"read", "mem1", rec.mem1, rec.used1, rec.total1},
                   {"write", "mem2", rec.mem2, rec.used2, rec.total2},
                   {"receive", "mem3", rec.mem3, rec.used3, rec.total3}};
+    const auto count = [](const char (&f)[5]) {
+        const std::optional<long> n = number(field_text(f));
+        return n ? JsonValue{*n} : JsonValue{nullptr};
+    };
     for (const auto& st : stores) {
-        const std::string key = st.key;
-        s.field(st.label, field_text(st.mem) + ", " + field_text(st.used) + " of " + field_text(st.total) + " used", true);
-        s.json(key, field_text(st.mem));
-        s.json("used" + key.substr(3), number(field_text(st.used)) ? JsonValue{*number(field_text(st.used))} : JsonValue{nullptr});
-        s.json("total" + key.substr(3), number(field_text(st.total)) ? JsonValue{*number(field_text(st.total))} : JsonValue{nullptr});
+        const std::string key = st.key, which = key.substr(3);
+        const std::string used = field_text(st.used), total = field_text(st.total);
+        s.field(st.label, field_text(st.mem) + ", " + used + " of " + total + " used", true);
+        s.json(key, field_text(st.mem)).json("used" + which, count(st.used)).json("total" + which, count(st.total));
     }
     Section& t = report.section("cpms_test", "stores supported (+CPMS=?)", "cpms");
     if (t.skipped()) return;

@@ -51,10 +51,8 @@ std::string status_text(int type) {
 // UCS-2 answers come as hexadecimal digits.
 std::string answer_text(const std::string& text, int dcs) {
     const bool ucs2 = dcs == 72 || ((dcs & 0xF0) == 0x40 && (dcs & 0x0C) == 0x08);
-    if (!ucs2 || text.size() % 4 != 0 || text.find_first_not_of("0123456789ABCDEFabcdef") != std::string::npos) return text;
-    std::string bytes;
-    for (size_t i = 0; i < text.size(); i += 2) bytes += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
-    return smscodec::ucs2_decode(bytes);
+    const std::optional<std::string> bytes = ucs2 ? smscodec::hex_decode(text) : std::nullopt;
+    return bytes ? smscodec::ucs2_decode(*bytes) : text;
 }
 
 void show_answer(Report& report, std::string line) {

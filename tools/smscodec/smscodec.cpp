@@ -418,6 +418,14 @@ std::string ucs2_decode(std::string_view bytes) {
     return ucs2_text(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
+std::string hex_encode(std::string_view bytes) { return to_hex(std::vector<uint8_t>(bytes.begin(), bytes.end())); }
+
+std::optional<std::string> hex_decode(std::string_view hex) {
+    const std::optional<std::vector<uint8_t>> b = from_hex(hex);
+    if (!b) return std::nullopt;
+    return std::string(b->begin(), b->end());
+}
+
 Decoded decode(std::string_view hex) {
     Decoded d;
     const std::optional<std::vector<uint8_t>> bytes = from_hex(hex);

@@ -103,6 +103,10 @@ bool fits_gsm7(std::string_view utf8);
 std::string ucs2_encode(std::string_view utf8);
 std::string ucs2_decode(std::string_view bytes);
 
+// Bytes as upper-case hexadecimal digits, and back (nothing for an odd count or a non-digit).
+std::string hex_encode(std::string_view bytes);
+std::optional<std::string> hex_decode(std::string_view hex);
+
 // Concatenated parts put back together: parts of one message share originator, reference and
 // total. Messages are taken in the order given; a part's position is its sequence number.
 struct Assembled {
