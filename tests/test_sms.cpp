@@ -318,12 +318,26 @@ TEST(Sms, RawBodies) {
     w.tooa = 129, w.stat = 2, w.ptr = 0, w.type = 0, w.format = 6, w.lang = 0, w.year = 2024, w.month = 3, w.day = 29,
     w.hour = 15, w.minute = 16, w.second = 59;
     const std::string hcmgs = "AT^HCMGS=\"+15550100234\",145\r", hcmgw = "AT^HCMGW=\"5550100\",129,2,0,0,6,0,2024,3,29,15,16,59\r";
-    struct Row { const char* what; Reply reply; std::function<int(int*)> call; std::string head; const char* body; size_t size; int rc; int got; };
+    // Each call starts from a result field the row gives and reports what it holds after (and,
+    // for a write, the index: 1000 + index after success).
+    const auto send = [&](int* e) {
+        StHcmgsRes r{static_cast<AT_AMSS_RES>(*e), 0};
+        const int rc = AT_Hcmgs(&text, &r);
+        *e = r.AtExeResult;
+        return rc;
+    };
+    const auto write = [&](int* e) {
+        WriteHTextMsgRsp r{0, static_cast<AT_AMSS_RES>(*e), 0};
+        const int rc = AT_Hcmgw(&w, &r);
+        *e = r.AtExeResult == kOk ? 1000 + r.index : r.AtExeResult;
+        return rc;
+    };
+    struct Row { const char* what; Reply reply; std::function<int(int*)> call; std::string head, match; const char* body; size_t size; int rc, got; };
     const Row rows[] = {
-        {"HCMGS accepted", ok(), [&](int* e) { StHcmgsRes r{static_cast<AT_AMSS_RES>(*e), 0}; int rc = AT_Hcmgs(&text, &r); *e = r.AtExeResult; return rc; }, hcmgs, text.Text, 256, 0, kOk},
-        {"HCMGS refused: result left", kCms314, [&](int* e) { StHcmgsRes r{static_cast<AT_AMSS_RES>(*e), 0}; int rc = AT_Hcmgs(&text, &r); *e = r.AtExeResult; return rc; }, hcmgs, text.Text, 256, 0, kS},
-        {"HCMGW stored", ok("^HCMGW: 12"), [&](int* e) { WriteHTextMsgRsp r{}; r.AtExeResult = static_cast<AT_AMSS_RES>(*e); int rc = AT_Hcmgw(&w, &r); *e = r.AtExeResult == kOk ? 1000 + r.index : r.AtExeResult; return rc; }, hcmgw, w.text, 162, 0, 1012},
-        {"HCMGW refused", kCms314, [&](int* e) { WriteHTextMsgRsp r{}; r.AtExeResult = static_cast<AT_AMSS_RES>(*e); int rc = AT_Hcmgw(&w, &r); *e = r.AtExeResult == kOk ? 1000 + r.index : r.AtExeResult; return rc; }, hcmgw, w.text, 162, -1, kS},
+        {"HCMGS accepted",             ok(),              send,  hcmgs, "",        text.Text, 256,  0, kOk},
+        {"HCMGS refused: result left", kCms314,           send,  hcmgs, "",        text.Text, 256,  0, kS},
+        {"HCMGW stored",               ok("^HCMGW: 12"),  write, hcmgw, "^HCMGW:", w.text,    162,  0, 1012},
+        {"HCMGW refused",              kCms314,           write, hcmgw, "^HCMGW:", w.text,    162, -1, kS},
     };
     {
         FakeAtServer ats;
@@ -338,6 +352,7 @@ TEST(Sms, RawBodies) {
             const Request q = ats.last();
             EXPECT_EQ(std::string(q.cmd_bytes.data(), r.head.size() + r.size), r.head + std::string(r.body, r.size));
             EXPECT_TRUE(std::all_of(q.cmd_bytes.begin() + long(r.head.size() + r.size), q.cmd_bytes.end(), [](char c) { return c == 0; }));
+            EXPECT_EQ(q.match, r.match);
             EXPECT_EQ(std::tie(q.len, q.time_out), std::make_tuple(0, 30));
         }
     }
