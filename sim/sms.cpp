@@ -23,6 +23,12 @@ namespace {
 
 using Record = Engine::Record;
 
+// A field of a stored record, or `fallback` when the record has none.
+std::string field(const Record& rec, const char* name, const char* fallback = "") {
+    const auto it = rec.find(name);
+    return it == rec.end() ? fallback : it->second;
+}
+
 std::string store_of(const std::string& mem) { return mem == "ME" ? "me" : "sm"; }
 
 long number_of(const std::string& s, long fallback = -1) {
@@ -68,11 +74,11 @@ std::string time_text(const smscodec::Timestamp& t) {
 
 // The lines of one stored message as +CMGR or +CMGL show it in the selected mode.
 void show(Engine& e, Response& r, const char* name, long key, const Record& rec, bool listing) {
-    const std::string stat = rec.count("stat") ? rec.at("stat") : "0";
-    const std::string pdu = rec.count("pdu") ? rec.at("pdu") : "";
+    const std::string stat = field(rec, "stat", "0");
+    const std::string pdu = field(rec, "pdu");
     const std::string prefix = std::string(name) + ": " + (listing ? std::to_string(key) + "," : "");
     if (e.var("cmgf") != "1") {
-        r.lines.push_back(prefix + stat + ",," + (rec.count("len") ? rec.at("len") : "0"));
+        r.lines.push_back(prefix + stat + ",," + field(rec, "len", "0"));
         r.lines.push_back(pdu);
         return;
     }
@@ -85,7 +91,7 @@ void show(Engine& e, Response& r, const char* name, long key, const Record& rec,
 }
 
 void mark_read(Engine& e, const std::string& store, long key, const Record& rec) {
-    if (rec.count("stat") && rec.at("stat") == "0") e.put(store, key, {{"stat", "1"}});
+    if (field(rec, "stat") == "0") e.put(store, key, {{"stat", "1"}});
 }
 
 // Stores a message in a memory; nothing when it is full. Raises "^SMMEMFULL" when the message
@@ -171,6 +177,14 @@ void write_text(Call& call, const char* name, const std::string& number, const s
     else write_stored(call, name, stat, std::to_string(pdu->length), pdu->hex);
 }
 
+// The message at `key` of a store, or nothing with "+CMS ERROR: 321" (invalid index) as the answer.
+std::optional<Record> message_at(Call& call, const std::string& store, long key) {
+    const auto* slots = call.engine.slots(store);
+    if (slots && slots->count(key)) return slots->at(key);
+    if (call.response) call.response->final = "+CMS ERROR: 321";
+    return std::nullopt;
+}
+
 // The next message reference, 0 to 255.
 long next_reference(Engine& e) {
     const long mr = (number_of(e.var("mr"), 0) + 1) % 256;
@@ -223,12 +237,9 @@ SIM_FUNCTION(sms_read) {
     if (!call.response) return {};
     const std::string store = store_of(call.engine.var("mem1"));
     const long key = arg_number(call, 0);
-    const auto* slots = call.engine.slots(store);
-    if (!slots || !slots->count(key)) {
-        call.response->final = "+CMS ERROR: 321";
-        return {};
-    }
-    const Record rec = slots->at(key);
+    const std::optional<Record> found = message_at(call, store, key);
+    if (!found) return {};
+    const Record& rec = *found;
     show(call.engine, *call.response, "+CMGR", key, rec, false);
     mark_read(call.engine, store, key, rec);
     return {};
@@ -251,7 +262,7 @@ SIM_FUNCTION(sms_list) {
     if (!slots) return {};
     const std::map<long, Record> copy = *slots;
     for (const auto& [key, rec] : copy) {
-        if (stat != 4 && number_of(rec.count("stat") ? rec.at("stat") : "") != stat) continue;
+        if (stat != 4 && number_of(field(rec, "stat")) != stat) continue;
         show(call.engine, *call.response, "+CMGL", key, rec, true);
         mark_read(call.engine, store, key, rec);
     }
@@ -262,12 +273,7 @@ SIM_FUNCTION(sms_list) {
 SIM_FUNCTION(sms_mark) {
     const std::string store = store_of(call.engine.var("mem1"));
     const long key = arg_number(call, 0);
-    const auto* slots = call.engine.slots(store);
-    if (!slots || !slots->count(key)) {
-        if (call.response) call.response->final = "+CMS ERROR: 321";
-        return {};
-    }
-    mark_read(call.engine, store, key, slots->at(key));
+    if (const std::optional<Record> found = message_at(call, store, key)) mark_read(call.engine, store, key, *found);
     return {};
 }
 
@@ -280,7 +286,7 @@ SIM_FUNCTION(sms_delete) {
     if (!slots) return {};
     const std::map<long, Record> copy = *slots;
     for (const auto& [k, rec] : copy) {
-        const long stat = number_of(rec.count("stat") ? rec.at("stat") : "");
+        const long stat = number_of(field(rec, "stat"));
         const bool gone =
             flag == 0 ? k == key : flag == 4 || stat == 1 || (flag >= 2 && stat == 3) || (flag == 3 && stat == 2);
         if (gone) call.engine.erase(store, k);
@@ -336,13 +342,10 @@ SIM_FUNCTION(sms_send_stored) {
     if (!call.response) return {};
     const std::string store = store_of(call.engine.var("mem2"));
     const long key = arg_number(call, 0);
-    const auto* slots = call.engine.slots(store);
-    if (!slots || !slots->count(key)) {
-        call.response->final = "+CMS ERROR: 321";
-        return {};
-    }
-    Record rec = slots->at(key);
-    std::string pdu = rec.count("pdu") ? rec.at("pdu") : "";
+    const std::optional<Record> found = message_at(call, store, key);
+    if (!found) return {};
+    const Record& rec = *found;
+    std::string pdu = field(rec, "pdu");
     if (call.args.size() > 1 && !call.args[1].empty()) {
         // A destination given on the line replaces the stored one.
         const smscodec::Decoded d = smscodec::decode(pdu);
@@ -353,7 +356,7 @@ SIM_FUNCTION(sms_send_stored) {
         }
     }
     const long mr = next_reference(call.engine);
-    if (rec["stat"] == "2") call.engine.put(store, key, {{"stat", "3"}});
+    if (field(rec, "stat") == "2") call.engine.put(store, key, {{"stat", "3"}});
     call.response->lines.push_back("+CMSS: " + std::to_string(mr));
     deliver_if_own(call.engine, call.response, pdu);
     return {};
@@ -367,13 +370,10 @@ SIM_FUNCTION(sms_hread) {
     if (!call.response) return {};
     const std::string store = store_of(call.engine.var("mem1"));
     const long key = arg_number(call, 0);
-    const auto* slots = call.engine.slots(store);
-    if (!slots || !slots->count(key)) {
-        call.response->final = "+CMS ERROR: 321";
-        return {};
-    }
-    const Record rec = slots->at(key);
-    const smscodec::Decoded d = smscodec::decode(rec.count("pdu") ? rec.at("pdu") : "");
+    const std::optional<Record> found = message_at(call, store, key);
+    if (!found) return {};
+    const Record& rec = *found;
+    const smscodec::Decoded d = smscodec::decode(field(rec, "pdu"));
     const smscodec::Message m = d.message.value_or(smscodec::Message{});
     const bool ascii = std::all_of(m.text.begin(), m.text.end(), [](char c) { return c > 0; });
     const bool ucs2 = m.coding == smscodec::Coding::ucs2 || !ascii;
@@ -382,7 +382,7 @@ SIM_FUNCTION(sms_hread) {
     char head[160];
     std::snprintf(head, sizeof head, "^HCMGR: \"%s\",%d,%d,%d,%d,%d,%d,0,%d,%zu,0,0,0,%s", m.address.text.c_str(),
                   t.year, t.month, t.day, t.hour, t.minute, t.second, ucs2 ? 6 : 0, body.size(),
-                  rec.count("stat") ? rec.at("stat").c_str() : "0");
+                  field(rec, "stat", "0").c_str());
     call.response->lines.push_back(head);
     call.response->lines.push_back(body);
     if (arg_number(call, 1, 0) == 0) mark_read(call.engine, store, key, rec);
@@ -426,9 +426,9 @@ SIM_FUNCTION(pb_read) {
         return {};
     }
     const Record& rec = slots->at(key);
-    std::string name = rec.count("name") ? rec.at("name") : "", coding = rec.count("coding") ? rec.at("coding") : "0";
+    std::string name = field(rec, "name"), coding = field(rec, "coding", "0");
     if (coding == "2") name = smscodec::hex_encode(name), coding = "1";
-    call.response->lines.push_back("^CPBR: " + std::to_string(key) + ",\"" + rec.at("number") + "\"," + rec.at("type") +
+    call.response->lines.push_back("^CPBR: " + std::to_string(key) + ",\"" + field(rec, "number") + "\"," + field(rec, "type", "129") +
                                    ",\"" + name + "\"," + coding);
     return {};
 }
