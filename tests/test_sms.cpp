@@ -321,15 +321,17 @@ TEST(Sms, RawBodies) {
     // Each call starts from a result field the row gives and reports what it holds after (and,
     // for a write, the index: 1000 + index after success).
     const auto send = [&](int* e) {
-        StHcmgsRes r{static_cast<AT_AMSS_RES>(*e), 0};
+        StHcmgsRes r{};
+        std::memcpy(&r.AtExeResult, e, sizeof *e);
         const int rc = AT_Hcmgs(&text, &r);
-        *e = r.AtExeResult;
+        *e = as_int(r.AtExeResult);
         return rc;
     };
     const auto write = [&](int* e) {
-        WriteHTextMsgRsp r{0, static_cast<AT_AMSS_RES>(*e), 0};
+        WriteHTextMsgRsp r{};
+        std::memcpy(&r.AtExeResult, e, sizeof *e);
         const int rc = AT_Hcmgw(&w, &r);
-        *e = r.AtExeResult == kOk ? 1000 + r.index : r.AtExeResult;
+        *e = as_int(r.AtExeResult) == kOk ? 1000 + r.index : as_int(r.AtExeResult);
         return rc;
     };
     struct Row { const char* what; Reply reply; std::function<int(int*)> call; std::string head, match; const char* body; size_t size; int rc, got; };

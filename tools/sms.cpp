@@ -61,7 +61,9 @@ std::optional<Stored> read_one(Report& report, int index) {
         if (!s.skipped()) s.check(rc);
         return std::nullopt;
     }
-    Stored m{index, static_cast<int>(rec.state), field_text(rec.pdu), {}};
+    int state = 0;  // the modem's number as it is, which need not be one of the enum's
+    std::memcpy(&state, &rec.state, sizeof state);
+    Stored m{index, state, field_text(rec.pdu), {}};
     m.decoded = smscodec::decode(m.pdu);
     return m;
 }
