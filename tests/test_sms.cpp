@@ -416,11 +416,13 @@ TEST(Sms, Phonebook) {
         {"plain error", result(AT_ERROR), -1, "?,?,?,?,?,?,?,?,?,?,?,?|"},
         {"unparsable", ok("none"), -1, "?,?,?,?,?,?,?,?,?,?,-2,?|"},
     });
-    run<Entry>({"AT^CPBR=?", "^CPBR:", 30}, read(1), entry, {
-        {"range and lengths", ok("^CPBR: (1-250),40,60,0"), 0, "?,?,?,?,?,1,250,40,60,0,-2,?|"},
-        {"single index", ok("^CPBR: (5),40"), 0, "?,?,?,?,?,5,?,40,?,?,-2,?|"},
-        {"CMS error into the request record", kCms314, 0, "?,?,?,?,?,?,?,?,?,?,?,314|"},
-    });
+    for (int type : {1, 2}) {  // the set type, and the test type some callers pass
+        run<Entry>({"AT^CPBR=?", "^CPBR:", 30}, read(type), entry, {
+            {"range and lengths", ok("^CPBR: (1-250),40,60,0"), 0, "?,?,?,?,?,1,250,40,60,0,-2,?|"},
+            {"single index", ok("^CPBR: (5),40"), 0, "?,?,?,?,?,5,?,40,?,?,-2,?|"},
+            {"CMS error into the request record", kCms314, 0, "?,?,?,?,?,?,?,?,?,?,?,314|"},
+        });
+    }
 }
 
 // ---- USSD ----------------------------------------------------------------------------------------

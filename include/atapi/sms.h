@@ -304,10 +304,12 @@ int AT_Cmgw(StCmgsInfo* sms_pdu, StCmgwRes* cmgw_result);
  * Error replies go into cmss_result->AtExeResult (return 0). */
 int AT_Cmss(StCmssPara* cmss_para, StCmssRes* cmss_result);
 /* Sends a text: the header line, a CR and the 256 bytes of Text exactly as they are (NULs
- * included). An error reply returns 0 and leaves AtExeResult as the caller set it; the outcome
- * arrives later as "^HCMGSS" or "^HCMGSF". */
+ * included), with the request's length field left 0: the AT server knows this command by its name
+ * and sends the 256 bytes after the modem's prompt. An error reply returns 0 and leaves
+ * AtExeResult as the caller set it; the outcome arrives later as "^HCMGSS" or "^HCMGSF". */
 int AT_Hcmgs(StHcmgsTextInfo* sms_text, StHcmgsRes* hcmgs_result);
-/* Writes a text: the header line, a CR and the 162 bytes of text exactly as they are. */
+/* Writes a text: the header line, a CR and the 162 bytes of text exactly as they are (sent by the
+ * AT server by size, as for AT_Hcmgs). */
 int AT_Hcmgw(WriteHTextMsgCmd* cmd, WriteHTextMsgRsp* Rsp);
 int AT_Hsmf(int state, StHsmf* result);
 int AT_Cmgs_Text(StCmgsTextInfo* cmgstextinfo);  /* always -1 */
