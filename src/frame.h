@@ -29,6 +29,7 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <span>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -464,6 +465,13 @@ inline void copy_text(char (&dst)[N], const char* value) {
 template <std::size_t N>
 inline void copy_text(unsigned char (&dst)[N], const char* value) {
     if (value) ATS_strncpy_s(reinterpret_cast<char*>(dst), N, value, ATS_strlen_s(value));
+}
+
+// A text field of a caller's record, read no further than its width: an unterminated field is
+// taken whole and never read past.
+template <std::size_t N>
+inline std::string input_text(const char (&field)[N]) {
+    return std::string(field, strnlen(field, N));
 }
 
 // Stores a number from the modem in an enum field as it is, also when it is none of the enum's
