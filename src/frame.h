@@ -27,6 +27,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <initializer_list>
 #include <span>
 #include <type_traits>
@@ -464,6 +465,13 @@ inline void copy_text(char (&dst)[N], const char* value) {
 template <std::size_t N>
 inline void copy_text(unsigned char (&dst)[N], const char* value) {
     if (value) ATS_strncpy_s(reinterpret_cast<char*>(dst), N, value, ATS_strlen_s(value));
+}
+
+// True when each of a caller's fixed-size text fields ends within its width. Formatting one that
+// does not would read past it into the fields that follow.
+template <std::size_t... N>
+inline bool terminated(const char (&... text)[N]) {
+    return (... && (std::memchr(text, '\0', N) != nullptr));
 }
 
 // Stores a number from the modem in an enum field as it is, also when it is none of the enum's
