@@ -59,7 +59,7 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
                                                                 "Revision: EM1.04.12\r\nIMEI: 001011234567895\r\n+GCAP: +CGSM,+DS,+ES"},
         {"AT+CMGR=0",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 1,,24\r\n0891683108100005F0040D91683187654321F000006211221080002304D4F29C0E"},
         {"AT+CMGR=9",              "+CMGR:",    AT_CMS_ERROR,   "+CMS ERROR: 321"},
-        {"AT+COPS=1,2,\"46011\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},
+        {"AT+COPS=1,2,\"00103\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},
         {"AT+NOSUCH",              "",          AT_ERROR,       ""},
         {"AT+CSQ\r",               "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // one terminator, not two
         {"ATE0",                   "",          AT_CMD_OK,      ""},
