@@ -6,6 +6,8 @@
 // them: which masks a modem accepts is its business, so nothing here builds or checks one.
 #include <cctype>
 #include <cstring>
+#include <initializer_list>
+#include <string>
 
 #include "atapi/network.h"
 constexpr char kTraceSource[] = "src/ats_network";
@@ -86,6 +88,19 @@ private:
 };
 
 bool group_is(const Row& group, const char* label) { return safe_strcmp(group.head()->AtFieldName, label) == 0; }
+
+// The query half of a check/execute command: "AT<name>?", answered by "<name>:" with the fields
+// bound. `who` names the function in its traces.
+int check_half(const char* who, const char* name, AT_AMSS_RES& exe_result, std::initializer_list<Binding> fields) {
+    const std::string cmd = std::string("AT") + name + "?";
+    const std::string failed = std::string(who) + " AT_CMD_TYPE_CHECK error\n";
+    const std::string unparsed = std::string(who) + " at_parse_result NULL \n";
+    Request req{cmd.c_str(), name};
+    return AT_QUERY(req, {.name = name, .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map, .result = &exe_result,
+                          .exchange_failed = {ATS_TRACE_ERROR, failed.c_str()}, .not_ok = {ATS_TRACE_ERROR, failed.c_str()},
+                          .parse_failed = {ATS_TRACE_ERROR, unparsed.c_str()}},
+                    fields);
+}
 
 }  // namespace
 
@@ -246,15 +261,7 @@ extern "C" int AT_FASTDORM(int type, int time_value) {
 
 extern "C" int AT_RFSwitch(int CmdType, LTERFInfo* Param, LTERFResult* Result) {
     if (!Result) return -1;
-    auto check = [&] {
-        Request req{"AT^RFSWITCH?", "^RFSWITCH"};
-        return AT_QUERY(req, {.name = "^RFSWITCH", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
-                              .result = &Result->AtExeResult,
-                              .exchange_failed = {ATS_TRACE_ERROR, "AT_RFSwitch AT_CMD_TYPE_CHECK error\n"},
-                              .not_ok = {ATS_TRACE_ERROR, "AT_RFSwitch AT_CMD_TYPE_CHECK error\n"},
-                              .parse_failed = {ATS_TRACE_ERROR, "AT_RFSwitch at_parse_result NULL \n"}},
-                        {num("rf_status", Result->rf_state)});
-    };
+    auto check = [&] { return check_half("AT_RFSwitch", "^RFSWITCH", Result->AtExeResult, {num("rf_status", Result->rf_state)}); };
     auto execute = [&] {
         Request req;
         if (!Param || !AT_FORMAT_CMD(req, 639, "AT^RFSWITCH=%d", static_cast<int>(Param->rf_state))) return -1;
@@ -267,15 +274,10 @@ extern "C" int AT_HOPARASET(int CmdType, HOPARASETInfo* Param, HOPARASETResult* 
     if (!Result) return -1;
     HOPARASETResult& r = *Result;
     auto check = [&] {
-        Request req{"AT^HOPARASET?", "^HOPARASET"};
-        return AT_QUERY(req, {.name = "^HOPARASET", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
-                              .result = &r.AtExeResult,
-                              .exchange_failed = {ATS_TRACE_ERROR, "AT_HOPARASET AT_CMD_TYPE_CHECK error\n"},
-                              .not_ok = {ATS_TRACE_ERROR, "AT_HOPARASET AT_CMD_TYPE_CHECK error\n"},
-                              .parse_failed = {ATS_TRACE_ERROR, "AT_HOPARASET at_parse_result NULL \n"}},
-                        {num("rsrp_thresh1", r.rsrp_thresh1), num("rsrp_thresh2", r.rsrp_thresh2),
-                         num("rsrp_thresh3", r.rsrp_thresh3), num("sinr_thresh1", r.sinr_thresh1),
-                         num("sinr_thresh2", r.sinr_thresh2), num("sinr_thresh3", r.sinr_thresh3)});
+        return check_half("AT_HOPARASET", "^HOPARASET", r.AtExeResult,
+                          {num("rsrp_thresh1", r.rsrp_thresh1), num("rsrp_thresh2", r.rsrp_thresh2),
+                           num("rsrp_thresh3", r.rsrp_thresh3), num("sinr_thresh1", r.sinr_thresh1),
+                           num("sinr_thresh2", r.sinr_thresh2), num("sinr_thresh3", r.sinr_thresh3)});
     };
     auto execute = [&] {
         Request req;
@@ -293,15 +295,7 @@ extern "C" int AT_HOPARASET(int CmdType, HOPARASETInfo* Param, HOPARASETResult* 
 
 extern "C" int AT_LTEMEASMODE(int CmdType, LTEMEASMODEInfo* Param, LTEMEASMODEResult* Result) {
     if (!Result) return -1;
-    auto check = [&] {
-        Request req{"AT^LTEMEASMODE?", "^LTEMEASMODE"};
-        return AT_QUERY(req, {.name = "^LTEMEASMODE", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
-                              .result = &Result->AtExeResult,
-                              .exchange_failed = {ATS_TRACE_ERROR, "AT_LTEMEASMODE AT_CMD_TYPE_CHECK error\n"},
-                              .not_ok = {ATS_TRACE_ERROR, "AT_LTEMEASMODE AT_CMD_TYPE_CHECK error\n"},
-                              .parse_failed = {ATS_TRACE_ERROR, "AT_LTEMEASMODE at_parse_result NULL \n"}},
-                        {num("mode", Result->mode)});
-    };
+    auto check = [&] { return check_half("AT_LTEMEASMODE", "^LTEMEASMODE", Result->AtExeResult, {num("mode", Result->mode)}); };
     auto execute = [&] {
         Request req;
         if (!Param || !AT_FORMAT_CMD(req, 639, "AT^LTEMEASMODE=%d", static_cast<int>(Param->mode))) return -1;
@@ -313,13 +307,7 @@ extern "C" int AT_LTEMEASMODE(int CmdType, LTEMEASMODEInfo* Param, LTEMEASMODERe
 extern "C" int AT_LMIMOCTRL(int CmdType, ECO_LMIMOCTRL_STATE Param, LMIMOCTRLResult* Result) {
     if (!Result) return -1;
     auto check = [&] {
-        Request req{"AT^LMIMOCTRL?", "^LMIMOCTRL"};
-        return AT_QUERY(req, {.name = "^LMIMOCTRL", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
-                              .result = &Result->AtExeResult,
-                              .exchange_failed = {ATS_TRACE_ERROR, "AT_LMIMOCTRL AT_CMD_TYPE_CHECK error\n"},
-                              .not_ok = {ATS_TRACE_ERROR, "AT_LMIMOCTRL AT_CMD_TYPE_CHECK error\n"},
-                              .parse_failed = {ATS_TRACE_ERROR, "AT_LMIMOCTRL at_parse_result NULL \n"}},
-                        {num("MimoMode", Result->MIMO_state)});
+        return check_half("AT_LMIMOCTRL", "^LMIMOCTRL", Result->AtExeResult, {num("MimoMode", Result->MIMO_state)});
     };
     auto execute = [&] {
         Request req;
@@ -331,15 +319,7 @@ extern "C" int AT_LMIMOCTRL(int CmdType, ECO_LMIMOCTRL_STATE Param, LMIMOCTRLRes
 
 extern "C" int AT_LCACTRL(int CmdType, LTELCAInfo* Param, LTECAResult* Result) {
     if (!Result) return -1;
-    auto check = [&] {
-        Request req{"AT^LCACTRL?", "^LCACTRL"};
-        return AT_QUERY(req, {.name = "^LCACTRL", .table = AT_FUNCTION_NETWORK_CFG, .on_error = OnError::map,
-                              .result = &Result->AtExeResult,
-                              .exchange_failed = {ATS_TRACE_ERROR, "AT_LCACTRL AT_CMD_TYPE_CHECK error\n"},
-                              .not_ok = {ATS_TRACE_ERROR, "AT_LCACTRL AT_CMD_TYPE_CHECK error\n"},
-                              .parse_failed = {ATS_TRACE_ERROR, "AT_LCACTRL at_parse_result NULL \n"}},
-                        {num("CaMode", Result->CA_state)});
-    };
+    auto check = [&] { return check_half("AT_LCACTRL", "^LCACTRL", Result->AtExeResult, {num("CaMode", Result->CA_state)}); };
     auto execute = [&] {
         Request req;
         if (!Param || !AT_FORMAT_CMD(req, 639, "AT^LCACTRL=%d", static_cast<int>(Param->CA_state))) return -1;

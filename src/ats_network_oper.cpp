@@ -1,6 +1,5 @@
 // ats_network_oper.cpp - the registered operator, operator search and selection, the SIM's
 // operator tables, network and service-provider names, and the modem's clock.
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -10,7 +9,6 @@ constexpr char kTraceSource[] = "src/ats_network";
 
 using atapi::Binding;
 using atapi::copy_text;
-using atapi::Field;
 using atapi::num;
 using atapi::OnError;
 using atapi::ParseTree;
