@@ -67,14 +67,12 @@ TEST(Operators, Search) {
         {"two operators", ok("+COPS: (2,\"Example Net\",\"EXNET\",\"00101\",7),(3,\"Demo\",\"DEMO\",\"00103\",2)," + tail),
          0, "2|2,Example Net,EXNET,00101,7|3,Demo,DEMO,00103,2", kOk},
         {"none found",       ok("+COPS: ," + tail), 0, "0", kOk},
-        {"short group",      ok("+COPS: (1,\"A\")," + tail), 0, "1|1,A,?,?,?", kOk},
         {"25 kept to 20",    ok("+COPS: " + operators(25) + tail), 0,
          "20" + [] { std::string s; for (int i = 1; i <= 20; ++i) s += "|1,Op" + std::to_string(i) + ",O,999" + std::to_string(10 + i) + ",7"; return s; }(), kOk},
         {"long texts cut",   ok("+COPS: (12345678,\"" + kLong + "\",\"" + kLong + "\",\"00101001001001001001\",77777)," + tail), 0,
          "1|1234," + kLong.substr(0, 127) + "," + kLong.substr(0, 127) + ",001010010010010,7777", kOk},
         {"CME error mapped", cme("+CME ERROR: 30"), 0, "?|?,?,?,?,?", AT_CMD_RES_GPS_NO_NETWORK_SERVER},
         {"no double comma",  ok("+COPS: (2,\"A\",\"B\",\"1\",7),(0,1,2,3,4),(0,1,2)"), -1, "?|?,?,?,?,?"},
-        {"timeout in the server", result(AT_CMD_TIMEOUT), -1, "?|?,?,?,?,?"},
     });
 }
 
@@ -89,7 +87,6 @@ TEST(Operators, SelectionLines) {
         {"4", "2", "00102", "", "AT+COPS=4,2,\"00102\""},
         {"1", "2", "00102", "70", "AT+COPS=1,2,\"00102\""},  // not one of the three technologies
         {"0", "", "", "", "AT+COPS=0,,\"\""},
-        {"1", "2", "semi;colon", "", "AT+COPS=1,2,\"semi;colon\""},  // inside quotes a ';' is text
     };
     FakeAtServer ats;
     for (const auto& row : rows) {
@@ -215,7 +212,6 @@ TEST(Operators, NetworkNames) {
     run<CpnnRsp>({"AT^CPNN=0", "", 30}, [](CpnnRsp* r) { return AT_Cpnn(0, r); },
                  [](auto& r) { return fields(r.fullname, r.fcoding, r.full_name_ci, r.shortname, r.scoding, r.short_name_ci); }, {
         {"six values",       ok("^CPNN: \"Example Net\",0,1,\"EXNET\",2,3"), 0, "Example Net,0,1,EXNET,2,3", kOk},
-        {"short reply",      ok("^CPNN: \"Example Net\""),                  0, "Example Net,?,?,?,?,?", kOk},
         {"CMS error mapped", cms("+CMS ERROR: 311"),                        0, "?,?,?,?,?,?", AT_CMD_RES_PIN_REQ},
         {"plain error",      result(AT_ERROR),                             -1, ""},
     });
@@ -227,7 +223,6 @@ TEST(Operators, Clock) {
         return fields(t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, t.tm_wday, r.time_zone);
     }, {
         {"date, time and zone", ok("+CCLK: \"2030/05/06,07:08:09+32\""), 0, "2030,5,6,7,8,9,?,?"},
-        {"date only",           ok("+CCLK: \"2030/05/06\""),             0, "2030,5,6,0,0,0,?,?"},
         {"two-digit year read at the same places", ok("+CCLK: \"30/05/06,07:08:09\""), 0, "30,0,0,0,0,0,?,?"},
         {"hostile long value",  ok("+CCLK: \"" + kLong + "\""),          0, "0,0,0,0,0,0,?,?"},
         {"CME error",           cme("+CME ERROR: 10"),                  -1, ""},
@@ -331,69 +326,43 @@ TEST(Radio, CheckHalves) {
     });
 }
 
-// Set lines and their outcomes: OK (0, result set), an error report (mapped or not), ERROR (-1).
+// A set half run on a sentinel result record: its return and the result code it left.
+template <typename R, typename F>
+std::pair<int, int> on_result(F set) {
+    R r = sentinel<R>();
+    const int rc = set(&r);
+    return {rc, as_int(r.AtExeResult)};
+}
 constexpr int kNoRecord = 1;  // stands for the result field of a function that has none
 
+// Set lines and their outcomes: OK (0, result set), an error report (mapped or not), ERROR (-1).
+// The other check/execute and record-less settings share these paths; their lines are checked
+// end to end, where the simulator takes only the exact forms.
 TEST(Radio, SetLines) {
     struct Row {
-        const char* line;
-        const char* match;
+        const char *line, *match;
         bool maps;  // an error report's code goes into the record
-        std::function<std::pair<int, int>()> call;
+        std::pair<int, int> (*call)();
     };
-    NetConfigurationType cfg = sentinel<NetConfigurationType>();
-    put(cfg.Mode, "2"), put(cfg.Acqorder, "0"), put(cfg.Band, "0002000000400380"), put(cfg.Roam, "1"), put(cfg.Srvdomain, "2");
-    NetConfigurationTypeEx ex = sentinel<NetConfigurationTypeEx>();
-    put(ex.Acqorder, "030201"), put(ex.Band, "3FFFFFFF"), put(ex.Roam, "1"), put(ex.Srvdomain, "2");
-    put(ex.lteBand, "7FFFFFFFFFFFFFFF"), put(ex.reserver1, ""), put(ex.reserver2, "");
-    const std::vector<Row> rows = {
-        {"AT^SYSCFG=2,0,0002000000400380,1,2", "^SYSCFG", true, [&] {
-             NetConfigurationRes r = sentinel<NetConfigurationRes>();
-             return std::pair{AT_SysConfig(1, &cfg, &r), as_int(r.AtExeResult)};
+    const Row rows[] = {
+        {"AT^SYSCFG=2,0,0002000000400380,1,2", "^SYSCFG", true, [] {
+             NetConfigurationType p{"2", "0", "0002000000400380", "1", "2", 0};
+             return on_result<NetConfigurationRes>([&](auto* r) { return AT_SysConfig(1, &p, r); });
          }},
-        {"AT^SYSCFGEX=\"030201\",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF,,", "^SYSCFGEX", false, [&] {
-             NetConfigurationTypeEx e = ex;
-             return std::pair{AT_SysConfigEx(1, &e), as_int(e.AtExeResult)};
+        {"AT^SYSCFGEX=\"030201\",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF,,", "^SYSCFGEX", false, [] {
+             return on_result<NetConfigurationTypeEx>([](auto* e) {
+                 put(e->Acqorder, "030201"), put(e->Band, "3FFFFFFF"), put(e->Roam, "1"), put(e->Srvdomain, "2");
+                 put(e->lteBand, "7FFFFFFFFFFFFFFF"), put(e->reserver1, ""), put(e->reserver2, "");
+                 return AT_SysConfigEx(1, e);
+             });
          }},
         {"AT^BANDPRIORITY=6,3,3,7,20", "^BANDPRIORITY", true, [] {
-             BANDPRIORITYRESULT b = sentinel<BANDPRIORITYRESULT>();
-             b.rat = 6, b.band_num = 3, b.band[0] = 3, b.band[1] = 7, b.band[2] = 20;
-             return std::pair{AT_Setbandpriority(&b), as_int(b.AtExeResult)};
+             return on_result<BANDPRIORITYRESULT>([](auto* b) { b->rat = 6, b->band_num = 3, b->band[0] = 3, b->band[1] = 7, b->band[2] = 20; return AT_Setbandpriority(b); });
          }},
-        {"AT^BANDPRIORITY=6,0", "^BANDPRIORITY", true, [] {
-             BANDPRIORITYRESULT b = sentinel<BANDPRIORITYRESULT>();
-             b.rat = 6, b.band_num = 0;
-             return std::pair{AT_Setbandpriority(&b), as_int(b.AtExeResult)};
-         }},
-        {"AT^RFSWITCH=0", "", false, [] {
-             LTERFInfo p{0, 0};
-             LTERFResult r = sentinel<LTERFResult>();
-             return std::pair{AT_RFSwitch(1, &p, &r), as_int(r.AtExeResult)};
-         }},
-        {"AT^HOPARASET=100,90,80,10,5,-3", "", false, [] {
-             HOPARASETInfo p{100, 90, 80, 10, 5, static_cast<uint32_t>(-3), 0};
-             HOPARASETResult r = sentinel<HOPARASETResult>();
-             return std::pair{AT_HOPARASET(1, &p, &r), as_int(r.AtExeResult)};
-         }},
-        {"AT^LTEMEASMODE=1", "", false, [] {
-             LTEMEASMODEInfo p{1, 0, AT_CMD_RES_SUCCESS};
-             LTEMEASMODEResult r = sentinel<LTEMEASMODEResult>();
-             return std::pair{AT_LTEMEASMODE(1, &p, &r), as_int(r.AtExeResult)};
-         }},
-        {"AT^LMIMOCTRL=1", "", false, [] {
-             LMIMOCTRLResult r = sentinel<LMIMOCTRLResult>();
-             return std::pair{AT_LMIMOCTRL(1, EN_LMIMOCTRL_ENABLE, &r), as_int(r.AtExeResult)};
-         }},
-        {"AT^LCACTRL=1", "", false, [] {
-             LTELCAInfo p{EN_LTE_CA_MODE_ENABLE, AT_CMD_RES_SUCCESS};
-             LTECAResult r = sentinel<LTECAResult>();
-             return std::pair{AT_LCACTRL(1, &p, &r), as_int(r.AtExeResult)};
-         }},
-        // No record: 0 on OK, -1 otherwise.
+        {"AT^BANDPRIORITY=6,0", "^BANDPRIORITY", true,
+         [] { return on_result<BANDPRIORITYRESULT>([](auto* b) { b->rat = 6, b->band_num = 0; return AT_Setbandpriority(b); }); }},
+        {"AT^RFSWITCH=0", "", false, [] { LTERFInfo p{0, 0}; return on_result<LTERFResult>([&](auto* r) { return AT_RFSwitch(1, &p, r); }); }},
         {"AT^CASWITCHSBB=1", "", false, [] { return std::pair{AT_SetCASwitch(CA_SWITCH_ENABLE), kNoRecord}; }},
-        {"AT^IMSSWITCH=0", "", false, [] { return std::pair{AT_SetImsswitch(0), kNoRecord}; }},
-        {"AT^FASTDORM=1,30", "", false, [] { return std::pair{AT_FASTDORM(1, 30), kNoRecord}; }},
-        {"AT^NETSCANCTL=4,1", "", false, [] { return std::pair{AT_SetNetscanctl(1), kNoRecord}; }},
     };
     FakeAtServer ats;
     for (const Row& row : rows) {
@@ -401,13 +370,11 @@ TEST(Radio, SetLines) {
             SCOPED_TRACE(testing::Message() << row.line << " answered " << reply.ret_val);
             ats.clear_requests();
             ats.reply(reply);
-            const bool error_report = reply.ret_val == AT_CME_ERROR;
-            const int rc = reply.ret_val == AT_CMD_OK || (error_report && row.maps) ? 0 : -1;
-            const int exe = reply.ret_val == AT_CMD_OK ? kOk : error_report && row.maps ? mapped : kS;
-            const auto [got_rc, got_exe] = row.call();
-            EXPECT_EQ(got_rc, rc);
-            if (got_exe != kNoRecord) {
-                EXPECT_EQ(got_exe, exe);
+            const bool taken = reply.ret_val == AT_CMD_OK || (reply.ret_val == AT_CME_ERROR && row.maps);
+            const auto [rc, exe] = row.call();
+            EXPECT_EQ(rc, taken ? 0 : -1);
+            if (exe != kNoRecord) {
+                EXPECT_EQ(exe, taken ? mapped : kS);
             }
             ASSERT_EQ(ats.count(), 1u);
             expect_wire(ats.last(), {row.line, row.match, 30});
@@ -463,60 +430,50 @@ bool refused(const char* mode, const char* format, const std::string& name, cons
 
 // Null records, refused command types and texts that would break the line: -1, nothing sent.
 TEST(Operators, RefusedBeforeSending) {
+    static NetChooseOperatorParam p;
+    static NetChooseOperatorResult r;
+    static PnnPara pp{0, -1};
+    static int n;
+    static PnnRes* l;
     const std::vector<std::pair<const char*, bool (*)()>> calls = {
         {"null records", [] {
-             return AT_Cops(nullptr) == -1 && AT_GetOPList(0, nullptr) == -1 && AT_Eons(1, "1", nullptr) == -1 &&
-                    AT_Cnwi(nullptr) == -1 && AT_GetSpn(0, nullptr) == -1 && AT_Cpnn(0, nullptr) == -1 &&
-                    AT_CCLK_CHECK(nullptr) == -1 && AT_Syscfg_test(nullptr) == -1 && AT_Syscfgex_test(nullptr) == -1 &&
-                    AT_Setbandpriority(nullptr) == -1 && AT_QueryCASwitch(nullptr) == -1 && AT_QryImsswitch(nullptr) == -1 &&
-                    At_Netscan(0, nullptr, nullptr) == -1;
+             return AT_Cops(nullptr) + AT_GetOPList(0, nullptr) + AT_Eons(1, "1", nullptr) + AT_Cnwi(nullptr) + AT_GetSpn(0, nullptr) +
+                    AT_Cpnn(0, nullptr) + AT_CCLK_CHECK(nullptr) + AT_Syscfg_test(nullptr) + AT_Syscfgex_test(nullptr) +
+                    AT_Setbandpriority(nullptr) + AT_QueryCASwitch(nullptr) + AT_QryImsswitch(nullptr) + At_Netscan(0, nullptr, nullptr) +
+                    AT_GetPnnList(nullptr, &n, &l) + AT_GetPnnList(&pp, nullptr, &l) + AT_GetPnnList(&pp, &n, nullptr) +
+                    AT_SysConfigEx(0, nullptr) + AT_SysConfig(0, nullptr, nullptr) + AT_ChoseOperators(1, &p, nullptr) +
+                    AT_ChoseOperators(1, nullptr, &r) == -20;
          }},
-        {"pnn list pointers", [] {
-             PnnPara p{0, -1};
-             int n = 0;
-             PnnRes* l = nullptr;
-             return AT_GetPnnList(nullptr, &n, &l) == -1 && AT_GetPnnList(&p, nullptr, &l) == -1 && AT_GetPnnList(&p, &n, nullptr) == -1;
-         }},
-        {"selection and search", [] {
-             NetChooseOperatorParam p{};
-             NetChooseOperatorResult r{};
-             return AT_ChoseOperators(1, &p, nullptr) == -1 && AT_ChoseOperators(1, nullptr, &r) == -1 &&
-                    AT_ChoseOperators(2, &p, &r) == -1 /* no TotalOper */ && AT_ChoseOperators(0, &p, &r) == -1 &&
-                    AT_ChoseOperators(3, &p, &r) == -1;
+        {"command types, a search without a list", [] {
+             return AT_ChoseOperators(2, &p, &r) + AT_ChoseOperators(0, &p, &r) + AT_ChoseOperators(3, &p, &r) == -3;
          }},
         {"quote in the operator name", [] { return refused("1", "0", "Ex\"Net", "7"); }},
-        {"';' in the mode", [] { return refused("1;+", "2", "00101", "7"); }},
-        {"';' in the format", [] { return refused("1", "2;", "00101", ""); }},
-        {"control character in the name", [] { return refused("1", "2", "001\r01", ""); }},
+        {"';' in the mode, in the format", [] { return refused("1;+", "2", "00101", "7") && refused("1", "2;", "00101", ""); }},
         {"unterminated operator name", [] { return refused("1", "2", std::string(64, '1'), ""); }},
-        {"network time is never asked", [] { ST_AT_TIME t{}; return AT_NWTime(&t) == -1 && AT_NWTime(nullptr) == -1; }},
+        {"network time is never asked", [] { ST_AT_TIME t{}; return AT_NWTime(&t) + AT_NWTime(nullptr) == -2; }},
         {"eons plmn", [] {
-             NetEonsResult r = sentinel<NetEonsResult>();
-             return AT_Eons(1, "001;01", &r) == -1 && AT_Eons(1, std::string(700, '1').c_str(), &r) == -1 && untouched(r);
+             NetEonsResult e = sentinel<NetEonsResult>();
+             return AT_Eons(1, "001;01", &e) + AT_Eons(1, std::string(700, '1').c_str(), &e) == -2 && untouched(e);
          }},
         {"syscfg", [] {
-             NetConfigurationType p{};
-             NetConfigurationRes r{};
-             put(p.Mode, "2"), put(p.Acqorder, "0"), put(p.Roam, "1"), put(p.Srvdomain, "2");
-             put(p.Band, "3FFF;AT+CFUN=0");
-             const bool semicolon = AT_SysConfig(1, &p, &r) == -1;
-             std::memset(p.Band, 'F', sizeof p.Band);
-             return semicolon && AT_SysConfig(1, &p, &r) == -1 && AT_SysConfig(0, nullptr, &r) == -1 &&
-                    AT_SysConfig(0, &p, nullptr) == -1 && AT_SysConfig(2, &p, &r) == -1;
+             NetConfigurationType c{"2", "0", "3FFF;AT+CFUN=0", "1", "2", 0};
+             NetConfigurationRes res{};
+             const int semicolon = AT_SysConfig(1, &c, &res);
+             std::memset(c.Band, 'F', sizeof c.Band);
+             return semicolon + AT_SysConfig(1, &c, &res) + AT_SysConfig(2, &c, &res) == -3;
          }},
         {"syscfgex", [] {
-             NetConfigurationTypeEx e{};
-             put(e.Acqorder, "03\""), put(e.Band, "3FFFFFFF");
-             const bool quote = AT_SysConfigEx(1, &e) == -1;
+             NetConfigurationTypeEx e{"03\"", "3FFFFFFF", "1", "2", "1", "", "", AT_CMD_RES_SUCCESS};
+             const int quote = AT_SysConfigEx(1, &e);
              put(e.Acqorder, "03"), std::memset(e.reserver2, '1', sizeof e.reserver2);
-             return quote && AT_SysConfigEx(1, &e) == -1 && AT_SysConfigEx(0, nullptr) == -1 && AT_SysConfigEx(-1, &e) == -1;
+             return quote + AT_SysConfigEx(1, &e) + AT_SysConfigEx(-1, &e) == -3;
          }},
         {"band priority count", [] {
              BANDPRIORITYRESULT b{};
              b.band_num = -1;
-             const bool negative = AT_Setbandpriority(&b) == -1;
+             const int negative = AT_Setbandpriority(&b);
              b.band_num = AT_BANDPRIORITY_MAX_BANDS + 1;
-             return negative && AT_Setbandpriority(&b) == -1;
+             return negative + AT_Setbandpriority(&b) == -2;
          }},
         {"check/execute", [] {
              LTERFResult rf{};
@@ -524,16 +481,12 @@ TEST(Operators, RefusedBeforeSending) {
              LTEMEASMODEResult me{};
              LMIMOCTRLResult mi{};
              LTECAResult ca{};
-             return AT_RFSwitch(0, nullptr, nullptr) == -1 && AT_RFSwitch(1, nullptr, &rf) == -1 && AT_RFSwitch(2, nullptr, &rf) == -1 &&
-                    AT_HOPARASET(1, nullptr, &ho) == -1 && AT_HOPARASET(-1, nullptr, &ho) == -1 &&
-                    AT_LTEMEASMODE(1, nullptr, &me) == -1 && AT_LTEMEASMODE(0, nullptr, nullptr) == -1 &&
-                    AT_LMIMOCTRL(2, EN_LMIMOCTRL_ENABLE, &mi) == -1 && AT_LMIMOCTRL(0, EN_LMIMOCTRL_ENABLE, nullptr) == -1 &&
-                    AT_LCACTRL(1, nullptr, &ca) == -1 && AT_LCACTRL(5, nullptr, &ca) == -1;
+             return AT_RFSwitch(0, nullptr, nullptr) + AT_RFSwitch(1, nullptr, &rf) + AT_RFSwitch(2, nullptr, &rf) +
+                    AT_HOPARASET(1, nullptr, &ho) + AT_HOPARASET(-1, nullptr, &ho) + AT_LTEMEASMODE(1, nullptr, &me) +
+                    AT_LTEMEASMODE(0, nullptr, nullptr) + AT_LMIMOCTRL(2, EN_LMIMOCTRL_ENABLE, &mi) +
+                    AT_LMIMOCTRL(0, EN_LMIMOCTRL_ENABLE, nullptr) + AT_LCACTRL(1, nullptr, &ca) + AT_LCACTRL(5, nullptr, &ca) == -11;
          }},
-        {"netscan bands", [] {
-             NETSCAN_RESULT r = sentinel<NETSCAN_RESULT>();
-             return At_Netscan(0, const_cast<char*>("80;AT"), &r) == -1 && untouched(r);
-         }},
+        {"netscan bands", [] { NETSCAN_RESULT s = sentinel<NETSCAN_RESULT>(); return At_Netscan(0, const_cast<char*>("80;AT"), &s) == -1 && untouched(s); }},
     };
     FakeAtServer ats;
     ats.respond([](const Request&) { return ok(); });
@@ -558,32 +511,25 @@ TEST(Operators, Traces) {
         {"AT_Eons error reply", result(AT_ERROR), [] { NetEonsResult r; return AT_Eons(0, nullptr, &r) == -1; }, {"switch default ......\n"}},
         {"AT_Eons unparsable", ok("x"), [] { NetEonsResult r; return AT_Eons(0, nullptr, &r) == -1; },
          {"AT_Eons NULL == at_parse_result(ret = -2) ......\n"}},
-        {"AT_Cnwi", ok("^CNWI: 1"), [] { NetCnwiOperatorParam r; return AT_Cnwi(&r) == 0 && AT_Cnwi(nullptr) == -1; },
-         {"AT_Cnwi enter\n", "AT_Cnwi ret = 0\n", "AT_Cnwi in_param NULL\n"}},
         {"search of 25", ok(cops25), [] {
              OperatorList l;
              NetChooseOperatorResult r{};
              r.TotalOper = &l;
              return AT_ChoseOperators(2, nullptr, &r) == 0;
          }, {"AT+COPS=? return too many operators(>20)!\n"}},
-        {"clock", ok("+CCLK: \"2030/05/06,07:08:09\""), [] { ST_AT_TIME t; return AT_CCLK_CHECK(&t) == 0 && AT_CCLK_CHECK(nullptr) == -1; },
-         {"[AT_CCLK_CHECK]AT+CCLK?.\n", "[AT_CCLK_CHECK] at_report_str is : +CCLK: \"2030/05/06,07:08:09\"\n",
-          "[AT_CCLK_CHECK]The at_time_info is 2030/05/06,07:08:09 !\r\n", "[AT_CCLK_CHECK]at_cclk return  success.\n",
-          "[AT_CCLK_CHECK]at_time_info is null.\n"}},
-        {"clock unparsable", ok("x"), [] { ST_AT_TIME t; return AT_CCLK_CHECK(&t) == -1 && AT_NWTime(nullptr) == -1; },
-         {"[AT_CCLK_CHECK]at_parse_result is null.\n", "at_time_info is null.\n"}},
+        {"clock unparsable, null records", ok("x"),
+         [] { ST_AT_TIME t; return AT_CCLK_CHECK(&t) + AT_CCLK_CHECK(nullptr) + AT_NWTime(nullptr) + AT_Cnwi(nullptr) == -4; },
+         {"[AT_CCLK_CHECK]at_parse_result is null.\n", "[AT_CCLK_CHECK]at_time_info is null.\n", "at_time_info is null.\n",
+          "AT_Cnwi in_param NULL\n"}},
         {"syscfg modes", ok("^SYSCFG: (1,2,3,4,5,6,7,8,9,10,11),(0,1,2,3,4,5,6,7,8,9,10),((1,\"A\")),(0-2),(0-4)"),
          [] { SYSCFG_INFO i; return AT_Syscfg_test(&i) == 0; }, {"modes list is too many\n", "acqorder list is too many\n"}},
         {"syscfgex bands", ok("^SYSCFGEX: (\"00\"),((1,\"A\")),(0-3),(0-4),(" + [] { std::string s; for (int i = 0; i < 21; ++i) s += "(1,\"L\"),"; return s; }() + "(2,\"M\"))"),
          [] { SYSCFGEX_INFO i; return AT_Syscfgex_test(&i) == 0; }, {"syscfgex band list is too many\n"}},
-        {"CA switch", ok("^CASWITCHSBB: 1"), [] { CA_SWITCH_STATE s; return AT_QueryCASwitch(&s) == 0; },
-         {"AT_QueryCASwitch: CASwitch=1. at_report_str:^CASWITCHSBB: 1\r\n"}},
         {"CA switch error", result(AT_ERROR), [] { CA_SWITCH_STATE s; return AT_QueryCASwitch(&s) == -1; },
          {"AT_QueryCASwitch:AT^CASWITCHSBB? command failed!\r\n"}},
         {"check error", result(AT_ERROR), [] { LTERFResult r; return AT_RFSwitch(0, nullptr, &r) == -1; }, {"AT_RFSwitch AT_CMD_TYPE_CHECK error\n"}},
         {"check unparsable", ok("x"), [] { HOPARASETResult r; return AT_HOPARASET(0, nullptr, &r) == -1; }, {"AT_HOPARASET at_parse_result NULL \n"}},
         {"netscan unparsable", ok("^NETSCANX"), [] { NETSCAN_RESULT r{}; return At_Netscan(0, nullptr, &r) == -1; }, {"at_cmd_parse error!\n"}},
-        {"fast dormancy", ok(), [] { return AT_FASTDORM(1, 2) == 0; }, {"AT_FASTDORM success\n"}},
     };
     FakeAtServer ats;
     for (const Row& row : rows) {
