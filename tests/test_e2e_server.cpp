@@ -66,7 +66,7 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
                                                                 "Revision: EM1.04.12\r\nIMEI: 001011234567895\r\n+GCAP: +CGSM,+DS,+ES"},
         {"AT+CMGR=0",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 1,,28\r\n07915155100005F0040B915155100032F40000423092516195800AE8329BFD4697D9EC37"},
         {"AT+CMGR=9",              "+CMGR:",    AT_CMS_ERROR,   "+CMS ERROR: 321"},
-        {"AT+COPS=1,2,\"46011\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},
+        {"AT+COPS=1,2,\"00103\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},
         {"AT+NOSUCH",              "",          AT_ERROR,       ""},
         {"AT+CSQ\r",               "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // one terminator, not two
         {"ATE0",                   "",          AT_CMD_OK,      ""},
