@@ -1,0 +1,170 @@
+// The datacard command set against the scripted fake AT server: lines ending in their own CR,
+// the reply converters, and error replies that never reach the record.
+#include <cstdlib>
+
+#include "test_network_support.h"
+#include "trace_capture.h"
+
+using namespace atapi_test;
+
+namespace {
+
+// Writes any number into an enum field, as a C caller may.
+template <typename E>
+void store(E& e, int v) {
+    static_assert(sizeof(E) == sizeof(int));
+    std::memcpy(&e, &v, sizeof v);
+}
+
+// A converter seen through ints.
+template <typename E>
+std::function<int(const char*, int*)> through_ints(int (*fn)(const char*, E*)) {
+    return [fn](const char* text, int* out) {
+        E e;
+        store(e, *out);
+        const int rc = fn(text, &e);
+        *out = as_int(e);
+        return rc;
+    };
+}
+
+TEST(Datacard, Queries) {
+    run<AT_ZTE_ZPAS_ST>({"AT+ZPAS?\r", "+ZPAS:", 30}, AT_ZTE_zpas,
+                        [](auto& r) { return fields(r.network_type, r.service_domain, r.enAtExecResult); }, {
+        {"both",                 ok("+ZPAS: \"LTE\",\"CS_PS\""),              0, "LTE,CS_PS,-2"},
+        {"short reply",          ok("+ZPAS: \"No Service\""),                 0, "No Service,?,-2"},
+        {"cut to 31",            ok("+ZPAS: " + std::string(40, 'n') + ",d"), 0, std::string(31, 'n') + ",d,-2"},
+        {"CME error not mapped", cme("+CME ERROR: 10"),                      -1, ""},
+        {"unparsable",           ok("junk"),                                 -1, ""},
+    });
+    run<AT_ZTE_ZPINPUK_ST>({"AT+ZPINPUK=?\r", "+ZPINPUK:", 30}, AT_ZTE_zpinpuk,
+                           [](auto& r) { return fields(r.pin_left_times, r.puk_left_times, r.enAtExecResult); }, {
+        {"counts",         ok("+ZPINPUK: 3,10"), 0, "3,10,-2"},
+        {"negative wraps", ok("+ZPINPUK: -1,x"), 0, "4294967295,0,-2"},
+        {"plain error",    result(AT_ERROR),    -1, ""},
+    });
+    run<AT_ZTE_ZSNT_ST>({"AT+ZSNT?\r", "+ZSNT:", 30}, AT_ZTE_zsnt_read,
+                        [](auto& r) { return fields(r.enPrefMode, r.enSelectMode, r.enAccessMode, r.enAtExecResult); }, {
+        {"modes",                      ok("+ZSNT: 1,2,0"),  0, "1,2,0,-2"},
+        {"cm_mode 3: -1 after success", ok("+ZSNT: 3,0,0"), -1, "?,?,?,-2"},
+        {"negative select mode",       ok("+ZSNT: 2,-1,1"), -1, "2,?,?,-2"},
+        {"short reply",                ok("+ZSNT: 0"),      0, "0,?,?,-2"},
+        {"CMS error",                  cms("+CMS ERROR: 500"), -1, ""},
+    });
+    run<AT_ZTE_ZOPRT_ST>({"AT+ZOPRT?\r", "+ZOPRT:", 30}, AT_ZTE_zoprt_read,
+                         [](auto& r) { return fields(r.enPowerMode, r.enAtExecResult); }, {
+        {"online",    ok("+ZOPRT: 5"), 0, "5,-2"},
+        {"low power", ok("+ZOPRT: 6"), 0, "6,-2"},
+        {"mode 4",    ok("+ZOPRT: 4"), -1, "?,-2"},
+    });
+    run<AT_ZTE_ZUSIM_ST>({"AT+ZUSIM=?\r", "+ZUSIM:", 30}, AT_ZTE_zusim,
+                         [](auto& r) { return fields(r.enSimType, r.enAtExecResult); }, {
+        {"USIM", ok("+ZUSIM: 1"), 0, "1,-2"},
+        {"SIM",  ok("+ZUSIM: 0"), 0, "0,-2"},
+        {"2",    ok("+ZUSIM: 2"), -1, "?,-2"},
+    });
+}
+
+TEST(Datacard, Configuration) {
+    const char params[] = "489efg";
+    for (int mode = CDMODE_AUTORUN_ENABLE; mode <= CDMODE_DOWNLOAD_QUERY; ++mode) {
+        const std::string m = std::to_string(mode);
+        run<AT_ZTE_ZCDRUN_ST>({std::string("AT+ZCDRUN=") + params[mode] + "\r", "", 30},
+                              [mode](AT_ZTE_ZCDRUN_ST* r) { store(r->enConfigMode, mode); return AT_ZTE_zcdrun(r); },
+                              [](auto& r) { return fields(r.enConfigMode, r.enAtExecResult); }, {
+            {"OK",          ok(),             0, m + ",-2"},
+            {"plain error", result(AT_ERROR), -1, m + ",?"},
+        });
+    }
+    // Limited selection (2) goes out; the other values are not checked.
+    run<AT_ZTE_ZSNT_ST>({"AT+ZSNT=7,2,1\r", "", 30}, [](AT_ZTE_ZSNT_ST* r) {
+        store(r->enPrefMode, 7);
+        store(r->enSelectMode, 2);
+        store(r->enAccessMode, 1);
+        return AT_ZTE_zsnt_config(r);
+    }, [](auto& r) { return fields(r.enPrefMode, r.enSelectMode, r.enAccessMode, r.enAtExecResult); }, {
+        {"OK",                   ok(),                  0, "7,2,1,-2"},
+        {"CME error not mapped", cme("+CME ERROR: 3"), -1, "7,2,1,?"},
+    });
+    run<AT_ZTE_ZOPRT_ST>({"AT+ZOPRT=4\r", "", 3}, [](AT_ZTE_ZOPRT_ST* r) { store(r->enPowerMode, 4); return AT_ZTE_zoprt_config(r); },
+                         [](auto& r) { return fields(r.enPowerMode, r.enAtExecResult); }, {
+        {"unchecked mode", ok(),             0, "4,-2"},
+        {"plain error",    result(AT_ERROR), -1, "4,?"},
+    });
+}
+
+TEST(Datacard, Converters) {
+    const char* const params = "489efg";
+    for (int mode = 0; mode <= 7; ++mode) {
+        AT_ZTE_CDMODE_CONFIG_TYPE m;
+        store(m, mode);
+        EXPECT_EQ(ats_convert_cdmode_type_to_param(m), mode >= 0 && mode < 6 ? params[mode] : '\0') << mode;
+    }
+    const std::tuple<const char*, std::function<int(const char*, int*)>, const char*, int> rows[] = {
+        {"ats_convert_zsnt_pref_mode", through_ints(ats_convert_zsnt_pref_mode), "2", 0},
+        {"ats_convert_zsnt_pref_mode", through_ints(ats_convert_zsnt_pref_mode), "3", -1},
+        {"ats_convert_zsnt_select_mode", through_ints(ats_convert_zsnt_select_mode), "1", 0},
+        {"ats_convert_zsnt_select_mode", through_ints(ats_convert_zsnt_select_mode), "-1", -1},
+        {"ats_convert_zsnt_access_mode", through_ints(ats_convert_zsnt_access_mode), "0", 0},
+        {"ats_convert_zsnt_access_mode", through_ints(ats_convert_zsnt_access_mode), nullptr, -1},
+        {"ats_convert_zoprt_power_mode", through_ints(ats_convert_zoprt_power_mode), "1", 0},
+        {"ats_convert_zoprt_power_mode", through_ints(ats_convert_zoprt_power_mode), "4", -1},
+        {"ats_convert_zoprt_power_mode", through_ints(ats_convert_zoprt_power_mode), "0", -1},
+    };
+    for (const auto& [name, convert, text, rc] : rows) {
+        SCOPED_TRACE(testing::Message() << name << " " << (text ? text : "null"));
+        clear_traces();
+        int out = kS;
+        EXPECT_EQ(convert(text, &out), rc);
+        EXPECT_EQ(out, rc == 0 ? std::atoi(text) : kS);
+        EXPECT_EQ(count_trace(std::string(name) + ": bad param!\n"), rc == 0 ? 0u : 1u);
+    }
+    EXPECT_EQ(ats_convert_zoprt_power_mode("5", nullptr), -1);
+}
+
+TEST(Datacard, RefusedBeforeSendingAndTraces) {
+    const std::vector<std::tuple<const char*, std::function<bool()>, const char*>> calls = {
+        {"null records", [] {
+             return AT_ZTE_zcdrun(nullptr) == -1 && AT_ZTE_zpas(nullptr) == -1 && AT_ZTE_zpinpuk(nullptr) == -1 &&
+                    AT_ZTE_zsnt_read(nullptr) == -1 && AT_ZTE_zsnt_config(nullptr) == -1 &&
+                    AT_ZTE_zoprt_read(nullptr) == -1 && AT_ZTE_zoprt_config(nullptr) == -1 && AT_ZTE_zusim(nullptr) == -1;
+         }, ""},
+        {"cd mode 6", [] { auto r = sentinel<AT_ZTE_ZCDRUN_ST>(); store(r.enConfigMode, 6); return AT_ZTE_zcdrun(&r) == -1 && untouched(r.enAtExecResult); },
+         "AT_ZTE_zcdrun: bad cdmode param!\n"},
+        {"cd mode -1", [] { AT_ZTE_ZCDRUN_ST r{}; store(r.enConfigMode, -1); return AT_ZTE_zcdrun(&r) == -1; },
+         "AT_ZTE_zcdrun: bad cdmode param!\n"},
+        {"manual selection", [] { AT_ZTE_ZSNT_ST r{}; r.enSelectMode = NETWORK_SELECT_MANUAL; return AT_ZTE_zsnt_config(&r) == -1; },
+         "AT_ZTE_zsnt_config: manual mode is not supported, please use AT+COPS instead!\n"},
+    };
+    FakeAtServer ats;
+    for (const auto& [what, call, trace] : calls) {
+        clear_traces();
+        EXPECT_TRUE(call()) << what;
+        EXPECT_EQ(ats.count(), 0u) << what;
+        if (*trace) {
+            EXPECT_EQ(count_trace(trace), 1u) << what;
+        }
+    }
+    // Why a query failed shows only in the trace.
+    const std::tuple<Reply, std::function<int()>, const char*> failures[] = {
+        {ok("junk"), [] { AT_ZTE_ZSNT_ST r{}; return AT_ZTE_zsnt_read(&r); }, "AT_ZTE_zsnt_read: at_cmd_parse fail!\n"},
+        {ok("+ZUSIM: 2"), [] { AT_ZTE_ZUSIM_ST r{}; return AT_ZTE_zusim(&r); }, "AT_ZTE_zusim: invalid sim status!\n"},
+        {ok("+ZOPRT: 0"), [] { AT_ZTE_ZOPRT_ST r{}; return AT_ZTE_zoprt_read(&r); }, "ats_convert_zoprt_power_mode: bad param!\n"},
+    };
+    for (const auto& [reply, call, trace] : failures) {
+        clear_traces();
+        ats.reply(reply);
+        EXPECT_EQ(call(), -1) << trace;
+        EXPECT_EQ(count_trace(trace), 1u) << trace;
+    }
+    ats.die();
+    clear_traces();
+    EXPECT_TRUE(fails_untouched<AT_ZTE_ZPAS_ST>(AT_ZTE_zpas));
+    AT_ZTE_ZOPRT_ST oprt{POWER_MODE_ONLINE, AT_CMD_RES_ERR};
+    EXPECT_EQ(AT_ZTE_zoprt_config(&oprt), -1);
+    EXPECT_EQ(oprt.enAtExecResult, AT_CMD_RES_ERR);
+    EXPECT_EQ(count_trace("AT_ZTE_zpas: GetDataFromAtServer fail!\n"), 1u);
+    EXPECT_EQ(count_trace("AT_ZTE_zoprt_config: GetDataFromAtServer fail!\n"), 1u);
+}
+
+}  // namespace
