@@ -137,30 +137,18 @@ void context_family(const char* name, int (*fn)(int, Rec*), const std::string& a
         {"long texts cut",       ok(prefix + ": 2,\"IPV4V6XYZ\",\"" + std::string(300, 'a') + "\",\"" + std::string(90, '1') + "\",1,1"),
                                  0, "2,IPV4V6X," + apn_cut + "," + std::string(63, '1') + ",1,1,-2"},
     }, cid(2));
-    if (std::string(name) == "AT^SOCKETCONT?") {
-        // The texts go out up to their width when the caller filled them to the end.
-        sets<Rec>("AT^SOCKETCONT=1,\"IPV4V6XY\",\"supl.example.net\",\"0.0.0.0\",0,1", "^SOCKETCONT:", fn, [](Rec& r) {
-            r.cid = 1;
-            std::memcpy(r.pdp_type, "IPV4V6XY", 8);
-            std::snprintf(r.apn, sizeof r.apn, "supl.example.net");
-            std::snprintf(r.pdp_address, sizeof r.pdp_address, "0.0.0.0");
-            r.d_comp = 0;
-            r.h_comp = 1;
-        }, shown);
-    }
+    // A text the caller filled to its end goes out up to its width.
+    sets<Rec>(("AT" + prefix + "=1,\"IPV4V6XY\",\"apn\",\"\",0,1").c_str(), (prefix + ":").c_str(), fn, [](Rec& r) {
+        r.cid = 1, r.d_comp = 0, r.h_comp = 1;
+        std::memcpy(r.pdp_type, "IPV4V6XY", sizeof r.pdp_type);
+        std::snprintf(r.apn, sizeof r.apn, "apn");
+        r.pdp_address[0] = '\0';
+    }, shown);
 }
 
 TEST(Gps, Contexts) {
     context_family<StCGDCONT>("AT+CGDCONT?", AT_CGDCONT, std::string(99, 'a'));
     context_family<StSOCKETCONT>("AT^SOCKETCONT?", AT_SOCKETCONT, std::string(127, 'a'));
-    sets<StCGDCONT>("AT+CGDCONT=3,\"IP\",\"gps.example\",\"\",1,0", "+CGDCONT:", AT_CGDCONT, [](auto& r) {
-        r.cid = 3;
-        std::snprintf(r.pdp_type, sizeof r.pdp_type, "IP");
-        std::snprintf(r.apn, sizeof r.apn, "gps.example");
-        r.pdp_address[0] = '\0';
-        r.d_comp = 1;
-        r.h_comp = 0;
-    }, [](auto& r) { return fields(r.cid, r.pdp_type, r.apn, r.pdp_address, r.d_comp, r.h_comp, r.AtExecResult); });
 
     Shown<StAUTHDATA> auth = [](auto& r) { return fields(r.cid, r.auth_type, r.PLMN, r.username, r.passwd, r.AtExecResult); };
     queries<StAUTHDATA>("AT^AUTHDATA?", "^AUTHDATA:", AT_AUTHDATA, auth, {
@@ -168,9 +156,7 @@ TEST(Gps, Contexts) {
     }, [](auto& r) { r.cid = 4; });
     // The password goes before the user name.
     sets<StAUTHDATA>("AT^AUTHDATA=4,2,\"101\",\"pw\",\"user\"", "^AUTHDATA:", AT_AUTHDATA, [](auto& r) {
-        r.cid = 4;
-        r.auth_type = 2;
-        r.PLMN = 101;
+        r.cid = 4, r.auth_type = 2, r.PLMN = 101;
         std::snprintf(r.username, sizeof r.username, "user");
         std::snprintf(r.passwd, sizeof r.passwd, "pw");
     }, auth);
