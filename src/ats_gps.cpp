@@ -275,6 +275,7 @@ extern "C" int AT_DCONNSHADOW(int cmdType, StDCONNSHADOW* pDconnValue) {
 
 extern "C" int AT_GPSTYPE(StGpsTypes* gps_types) {
     if (!gps_types) return -1;
+    // Not one of the settable kind: an error reply is the record's answer and the call succeeds.
     Request req{"AT^GPSTYPE?", "^GPSTYPE:"};
     return AT_QUERY(req, {.name = "^GPSTYPE", .table = AT_FUNCTION_GPS_CFG, .on_error = OnError::map,
                           .result = &gps_types->AtExecResult},

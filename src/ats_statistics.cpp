@@ -68,6 +68,7 @@ extern "C" int AT_Dsflowsave(DsflowsaveRsp* rsp) {
 
 extern "C" int AT_DsflowrptEx(int cid, int iParam) {
     Request req{1};
+    // The switch comes before the context, as the modem takes them.
     if (!AT_FORMAT_CMD(req, 640, "AT^DSFLOWRPT=%d,%d", iParam, cid)) return -1;
     if (int rc = req.exchange()) {
         ATS_TRACE(ERROR, "AT_Dsflowrpt: GetDataFromAtServer fail!\n");
