@@ -321,14 +321,12 @@ extern "C" int AT_DCONNSTAT(int cmdType, StCONNSTAT* pout) {
 
 extern "C" int AT_ANTCFG(int cmdType, antcfg* antcfg_info) {
     if (!antcfg_info) return -1;
-    Request req;
-    bool formatted = false;
+    Request req{cmdType == 3 ? "AT^ANTCFG" : nullptr, nullptr};
+    bool formatted = cmdType == 3;
     if (cmdType == AT_SET_VALUE && antcfg_info->interval == 0)
         formatted = AT_FORMAT_CMD(req, 639, "AT^ANTCFG=%d", antcfg_info->mode);
     else if (cmdType == AT_SET_VALUE)
         formatted = AT_FORMAT_CMD(req, 639, "AT^ANTCFG=%d,%d", antcfg_info->mode, antcfg_info->interval);
-    else if (cmdType == 3)
-        formatted = AT_FORMAT_CMD(req, 639, "AT^ANTCFG");
     antcfg_info->AtExecResult = AT_CMD_RES_BUSY;
     if (!formatted) return -1;
     if (req.exchange()) {

@@ -12,10 +12,8 @@ extern "C" int AT_Dsflowqry(int cid, StDsflowqryInfo* pResult) {
         ATS_TRACE(ERROR, "Input param is null\n");
         return -1;
     }
-    Request req{nullptr, "^DSFLOWQRY"};
-    const bool formatted = cid == -1 ? AT_FORMAT_CMD(req, 640, "AT^DSFLOWQRY")
-                                     : AT_FORMAT_CMD(req, 640, "AT^DSFLOWQRY=%d", cid);
-    if (!formatted) return -1;
+    Request req{cid == -1 ? "AT^DSFLOWQRY" : nullptr, "^DSFLOWQRY"};
+    if (cid != -1 && !AT_FORMAT_CMD(req, 640, "AT^DSFLOWQRY=%d", cid)) return -1;
     // Every counter is hexadecimal; the durations keep their low 32 bits.
     return AT_QUERY(req,
                     {.name = "^DSFLOWQRY", .table = AT_FUNCTION_DATAFLOW_CFG, .result = &pResult->AtExeResult,
