@@ -154,9 +154,15 @@ TEST(GpsE2E, Statistics) {
     EXPECT_EQ(atctl_json(stack, {"stats", "clear"})["dsflowclr"]["cleared"].show(), "true");
     EXPECT_LT(flow().total_tx_ds_counters, 5000000000u);
 
-    // Disconnected, the counters hold still.
+    // Disconnected, the counters hold still: once the bearer is down, a counting tick later they
+    // have not moved (standing still can only be seen over time).
     ASSERT_EQ(e2e::exchange("AT^NDISDUP=1,0", "^NDISDUP").ret_val, AT_CMD_OK);
+    EXPECT_TRUE(eventually([] {
+        AT_NDIS_STATUS_ST st{};
+        return at_ndisstatqry_state(1, &st) == 0 && st.ipv4_status == AT_NDIS_STATUS_DISCONNECTED;
+    }));
     const uint64_t held = flow().total_rx_ds_counters;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
     EXPECT_EQ(flow().total_rx_ds_counters, held);
 }
 
