@@ -13,14 +13,17 @@ source "$(dirname "$0")/../support/stack.sh"
 scratch=$(mktemp -d /tmp/atapi-cross-XXXXXX)
 trap 'stop_stack; rm -rf "$scratch"' EXIT
 
-# The modem's clock is the only answer that moves between runs: stopped here.
-sed -e 's|${clock}|2026/11/22,08:30:00|g' -e 's|${nwtime}|26/11/22,08:30:00|g' "$scenario" >"$scratch/fixed.scn"
+# The modem's clock is the only answer that moves between runs: stopped here, in a copy of the
+# scenario beside the family files it includes.
+cp "$(dirname "$scenario")"/*.scn "$scratch/"
+sed -i -e 's|${clock}|2026/11/22,08:30:00|g' -e 's|${nwtime}|26/11/22,08:30:00|g' "$scratch"/*.scn
+fixed=$scratch/$(basename "$scenario")
 
 # answers SERVER CLIENT OUT: atctl's JSON status through SERVER, from CLIENT, and its exit status.
 answers() {
     local run status=0
     run=$(mktemp -d "$scratch/run-XXXXXX")
-    start_stack "$run" "$scratch/fixed.scn" "$native/sim/modemsim" -- "$1"
+    start_stack "$run" "$fixed" "$native/sim/modemsim" -- "$1"
     "$2" --json status --zone +32 >"$3" || status=$?
     stop_stack
     echo "exit $status" >>"$3"
