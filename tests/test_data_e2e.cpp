@@ -155,7 +155,8 @@ TEST(DataAtctl, DialStatusHangUp) {
     stack.sim_options = {"--set", "ndis_dial_ms=100"};
     ASSERT_TRUE(stack.start());
     // args, standard input, what stderr holds, JSON members of the report
-    const std::vector<std::tuple<std::vector<std::string>, std::string, std::string, std::vector<atctl_test::Field>>> rows = {
+    using Row = std::tuple<std::vector<std::string>, std::string, std::string, std::vector<atctl_test::Field>>;
+    const std::vector<Row> rows = {
         {{"--json", "data", "connect", "--cid", "2", "--apn", "corp.example", "--user", "router"}, "example-pass\n",
          "waiting for the bearer of context 2",
          {{"ndisdup", "ok", "true"}, {"ndisstatqry_2", "ipv6", "'connected'"}, {"dhcpv6_2", "dns1", "'2001:db8::53'"}}},
@@ -172,8 +173,8 @@ TEST(DataAtctl, DialStatusHangUp) {
         atctl_test::expect_fields(atctl_test::parse_json(r.out).value_or(Json{}), members);
         if (args[2] != "connect") continue;
         // The people's view of the connected context.
-        atctl_test::expect_lines(atctl(stack, {"data"}),
-                                 {"  context 2  corp.example, IPv4 connected, IPv6 connected", "  address      10.64.2.*"});
+        atctl_test::expect_lines(atctl(stack, {"data"}), {"  context 2  corp.example, IPv4 connected, IPv6 connected",
+                                                          "  address      10.64.2.*"});
     }
 }
 

@@ -478,8 +478,8 @@ TEST(Identity, SlotSwitches) {
         {"inner",       ok("^SIMSWITCH: 1"), 0, "1"},
         {"plain error", result(AT_ERROR),   -1, ""},
     });
-    run<int>({"AT^SIMGPIO?", "^SIMGPIO", 30}, [](int* v) { return AT_SimGpio(0, v); }, [](auto& v) { return fields(v); },
-             {{"off", ok("^SIMGPIO: 0"), 0, "0"}});
+    run<int>({"AT^SIMGPIO?", "^SIMGPIO", 30}, [](int* v) { return AT_SimGpio(0, v); },
+             [](auto& v) { return fields(v); }, {{"off", ok("^SIMGPIO: 0"), 0, "0"}});
     FakeAtServer ats;
     const std::tuple<const char*, std::function<int()>> sets[] = {
         {"AT^SIMSWITCH=0", [] { at_simswitch_type t = AT_SIMSWITCH_OUTER; return AT_SimSwitch(1, &t); }},
