@@ -41,7 +41,6 @@ TEST(Datacard, Queries) {
     run<AT_ZTE_ZOPRT_ST>({"AT+ZOPRT?\r", "+ZOPRT:", 30}, AT_ZTE_zoprt_read,
                          [](auto& r) { return fields(r.enPowerMode, r.enAtExecResult); }, {
         {"online",    ok("+ZOPRT: 5"), 0, "5,-2"},
-        {"low power", ok("+ZOPRT: 6"), 0, "6,-2"},
         {"mode 4",    ok("+ZOPRT: 4"), -1, "?,-2"},
     });
     run<AT_ZTE_ZUSIM_ST>({"AT+ZUSIM=?\r", "+ZUSIM:", 30}, AT_ZTE_zusim,

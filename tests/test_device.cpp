@@ -164,7 +164,6 @@ TEST(Device, ImsRegistration) {
     auto shown = [](const StCireg& r) { return fields(r.mode, r.reg_info); };
     const std::vector<Case> reads = {
         {"registered",     ok("+CIREG: 2,1,3"),      0, "2,1", kOk},
-        {"short",          ok("+CIREG: 0"),          0, "0,?", kOk},
         {"CME mapped",     cme("+CME ERROR: 30"),    0, "?,?", AT_CMD_RES_GPS_NO_NETWORK_SERVER},
         {"plain error",    result(AT_ERROR),        -1, ""},
         {"unparsable",     ok("nothing"),           -1, ""},

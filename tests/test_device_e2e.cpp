@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "e2e/harness.h"
@@ -16,14 +15,6 @@ using namespace std::chrono_literals;
 using atctl_test::CliRun;
 using atctl_test::Json;
 
-template <typename F>
-bool eventually(F f, std::chrono::milliseconds limit = 10s) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    for (; std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(20ms))
-        if (f()) return true;
-    return false;
-}
-
 std::string text(int (*fn)(nvramcontnetres*)) {
     nvramcontnetres r{};
     return fn(&r) == 0 ? r.Code : "(failed)";
@@ -33,28 +24,20 @@ bool within(double v, double lo, double hi) { return v >= lo && v <= hi; }
 
 // The modem dropped its port (the server says so) and came back.
 void expect_restart_seen() {
-    EXPECT_TRUE(eventually([] { return e2e::exchange("AT", "", 1).ret_val == AT_DEVICE_DOWN; }, 3s));
-    EXPECT_TRUE(eventually([] { return e2e::exchange("AT", "", 1).ret_val == AT_CMD_OK; }));
+    EXPECT_TRUE(e2e::eventually([] { return e2e::exchange("AT", "", 1).ret_val == AT_DEVICE_DOWN; }, 3s));
+    EXPECT_TRUE(e2e::eventually([] { return e2e::exchange("AT", "", 1).ret_val == AT_CMD_OK; }, 10s));
 }
 
 TEST(DeviceE2e, LibraryAgainstTheSimulatedModem) {
     e2e::Stack stack;
     ASSERT_TRUE(stack.start());
 
-    // Identity.
-    EXPECT_EQ(text(at_cgmi), "Example Modems");
-    EXPECT_EQ(text(AT_cgmm), "EM-LTE-1");
-    EXPECT_EQ(text(AT_imsi), "460001357924680");
-    EXPECT_EQ(text(AT_sn), " EMLTE1A0012345");
+    // Identity; the names, versions and IMSI atctl device shows below.
     StMeid meid{};
     StEsn esn{};
     EXPECT_EQ(AT_Meid(&meid) + AT_Esn(&esn), 0);
     EXPECT_STREQ(meid.meid, "A1000049E5C27B");
     EXPECT_EQ(esn.esn, 1093671221);
-    CONTENT_VERSION v{};
-    EXPECT_EQ(at_version(&v), 0);
-    EXPECT_STREQ(v.extd_version, "EXTD:EM1.04.12-WEBUI.2.1\r\n");
-    EXPECT_STREQ(v.exth_version, "EXTH:EM-LTE-1 HW-A\r\n");
     CONTENT_PHYNUM phy{};
     EXPECT_EQ(at_QryPhynum(&phy), 0);
     EXPECT_EQ(phy.num, 4);
@@ -106,12 +89,9 @@ TEST(DeviceE2e, LibraryAgainstTheSimulatedModem) {
     shell = 0;
     EXPECT_EQ(AT_Antmode(0, &ant) + AT_Opencl(0, &ch) + AT_Setmode(0, &dbg) + AT_Shell(0, &shell), 0);
     EXPECT_EQ(std::vector<int>({ant.ant_mode, ant.network_mode, ch.mode, dbg.mode, shell}), std::vector<int>({2, 1, 1, 2, 1}));
-    crystal_temp xo{};
-    StChiptemp chip{};
+    // The temperatures atctl device temperature reads below.
     st_read_adcval adc{3, 0, AT_CMD_RES_ERR};
-    EXPECT_EQ(AT_Xotemp(0, &xo) + AT_Chiptemp(0, &chip) + AT_Adcreadex(0, &adc), 0);
-    EXPECT_TRUE(within(xo.temp, 33, 39)) << xo.temp;
-    EXPECT_TRUE(within(chip.gpa_Temp, 350, 440) && within(chip.tcxo_Temp, 330, 390)) << chip.gpa_Temp;
+    EXPECT_EQ(AT_Adcreadex(0, &adc), 0);
     EXPECT_TRUE(within(adc.adc_value, 1580, 1660)) << adc.adc_value;
     St_Uicc_Auth ua{};
     ua.auth_type = 1;
@@ -120,16 +100,12 @@ TEST(DeviceE2e, LibraryAgainstTheSimulatedModem) {
     EXPECT_EQ(AT_UiccAuth(1, &ua), 0);
     EXPECT_EQ(std::strlen(ua.res) * 100 + std::strlen(ua.ck), 16u * 100 + 32u) << ua.res;
 
-    // Battery, power and thermal.
-    battery_state_std cbc{};
+    // Battery, power and thermal; +CBC and ^APCHG through atctl device battery below.
     battery_state lvl{};
-    StChargeinfo chg{};
     temperature_protection therm{0, AT_CMD_RES_ERR};
     wakeupcfg_stru wake{};
-    EXPECT_EQ(at_query_battery_state_std(&cbc) + at_query_battery_state(&lvl) + AT_ChargerInfo(&chg) +
-                  at_thermfun(1, &therm) + at_wakeupcfg(AT_WAKEUPCFG_TEST_VALUE, &wake), 0);
-    EXPECT_TRUE(within(cbc.battery_percent, 55, 95) && within(lvl.battery_level, 2, 3)) << cbc.battery_percent;
-    EXPECT_STREQ(chg.chgState, "charging");
+    EXPECT_EQ(at_query_battery_state(&lvl) + at_thermfun(1, &therm) + at_wakeupcfg(AT_WAKEUPCFG_TEST_VALUE, &wake), 0);
+    EXPECT_TRUE(within(lvl.battery_level, 2, 3)) << lvl.battery_level;
     EXPECT_EQ(std::vector<unsigned>({wake.wakeup_switch, wake.channel, wake.source}), std::vector<unsigned>({1, 15, 255}));
     therm.thermal_switch = 1;
     watch_dog_time wd{};
@@ -163,14 +139,9 @@ TEST(DeviceE2e, AtctlDevice) {
     atctl_test::expect_lines(r, {"manufacturer (+CGMI)", "  manufacturer  Example Modems", "  model     EM-LTE-1",
                                  "  firmware  EM1.04.12-WEBUI.2.1", "  hardware  EM-LTE-1 HW-A", "  serial    EMLTE1A0012345",
                                  "  imsi      460001357924680"});
-    r = atctl({"status"});
-    EXPECT_EQ(r.exit, 0) << r.out << r.err;
-    atctl_test::expect_lines(r, {"cgmm       model EM-LTE-1", "version    firmware EM1.04.12-WEBUI.2.1, hardware EM-LTE-1 HW-A"});
 
     atctl_test::expect_fields(json({"device", "mode", "set", "airplane"}, 0), {{"cfun", "cfun", "4"}, {"cfun", "mode", "'airplane'"}});
-    atctl_test::expect_fields(json({"signal"}, 1), {{"csq", "rssi", "99"}, {"csnr", "ok", "false"}});
-    atctl_test::expect_fields(json({"device", "mode", "set", "online"}, 0), {{"cfun", "mode", "'online'"}});
-    atctl_test::expect_fields(json({"device", "mode"}, 0), {{"cfun", "cfun", "1"}});
+    atctl_test::expect_fields(json({"device", "mode"}, 0), {{"cfun", "cfun", "4"}});
 
     const Json temp = json({"device", "temperature"}, 0), bat = json({"device", "battery"}, 0);
     EXPECT_TRUE(within(temp["chiptemp"]["gpa_c"].number, 35, 44)) << temp["chiptemp"]["gpa_c"].show();
@@ -178,9 +149,7 @@ TEST(DeviceE2e, AtctlDevice) {
     EXPECT_TRUE(within(bat["cbc"]["battery_percent"].number, 55, 95)) << bat["cbc"]["battery_percent"].show();
     EXPECT_EQ(bat["apchg"]["state"].show(), "'charging'");
 
-    for (const std::vector<std::string>& bad : {std::vector<std::string>{"device", "mode", "set", "sideways"},
-                                                {"device", "info", "--yes"}, {"device", "nap"}})
-        EXPECT_EQ(atctl(bad).exit, 2) << bad.back();
+    // A restart needs its confirmation.
     r = atctl({"device", "restart"});
     EXPECT_EQ(r.exit, 1);
     EXPECT_NE(r.err.find("--yes"), std::string::npos) << r.err;

@@ -16,13 +16,7 @@ using namespace std::chrono_literals;
 using atctl_test::CliRun;
 using atctl_test::Json;
 
-template <typename F>
-bool eventually(F f, std::chrono::milliseconds limit = 5s) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    for (; std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(50ms))
-        if (f()) return true;
-    return false;
-}
+using e2e::eventually;
 
 // One group of calls, true when every call gave what the group expects.
 struct Row {
@@ -93,25 +87,17 @@ TEST(GpsE2E, PositioningAndDatacard) {
          }},
     });
 
-    // atctl gps: start, a fix that moves, the settings, stop.
+    // atctl gps, one run per subcommand: start, a fix, the settings, stop.
     EXPECT_EQ(atctl_json(stack, {"gps", "start"})["wpdgp"]["session"].show(), "'started'");
-    const Json first = atctl_json(stack, {"gps", "fix", "--wait", "5"})["gpsfix"];
-    EXPECT_EQ(first["state"].show(), "'fix'");
-    EXPECT_EQ(first["time"].kind, Json::String);
-    EXPECT_EQ(first["accuracy_m"].kind, Json::Number);
-    EXPECT_NEAR(first["latitude_e6"].number, -26500000, 13500);  // on the ring of 1500 m round its centre
-    EXPECT_TRUE(eventually([&] {
-        const Json next = atctl_json(stack, {"gps", "fix"})["gpsfix"];
-        return next["longitude_e6"].kind == Json::Number && next["longitude_e6"].number != first["longitude_e6"].number;
-    }));
-    const CliRun text = atctl_test::run_atctl({"gps", "fix"}, stack.dir());
-    atctl_test::expect_lines(text, {"  state       fix", "  position    26.*", "  accuracy    *"});
-    const Json status = atctl_json(stack, {"gps", "status"});
-    atctl_test::expect_fields(status, {{"wpdom", "oper_mode", "3"}, {"wpqos", "accuracy", "50"},
-                                       {"wpurl", "url", "'h.example.org:7276'"}, {"gpsfix", "state", "'fix'"}});
+    const Json fix = atctl_json(stack, {"gps", "fix", "--wait", "5"})["gpsfix"];
+    EXPECT_EQ(fix["state"].show(), "'fix'");
+    EXPECT_EQ(fix["time"].kind, Json::String);
+    EXPECT_EQ(fix["accuracy_m"].kind, Json::Number);
+    EXPECT_NEAR(fix["latitude_e6"].number, -26500000, 13500);  // on the ring of 1500 m round its centre
+    atctl_test::expect_fields(atctl_json(stack, {"gps", "status"}),
+                              {{"wpdom", "oper_mode", "3"}, {"wpqos", "accuracy", "50"},
+                               {"wpurl", "url", "'h.example.org:7276'"}, {"gpsfix", "state", "'fix'"}});
     EXPECT_EQ(atctl_json(stack, {"gps", "stop"})["wpend"]["session"].show(), "'ended'");
-    EXPECT_EQ(atctl_json(stack, {"gps", "fix"})["gpsfix"]["state"].show(), "'no session'");
-    EXPECT_EQ(atctl_test::run_atctl({"gps", "north"}, stack.dir()).exit, 2);
 }
 
 TEST(GpsE2E, Statistics) {
@@ -139,18 +125,11 @@ TEST(GpsE2E, Statistics) {
     ASSERT_EQ(e2e::exchange("AT^NDISDUP=1,1", "^NDISDUP").ret_val, AT_CMD_OK);
     EXPECT_TRUE(eventually([&] { return flow().last_rx_ds_counters > 0; }));
 
-    // atctl stats: counters that grow, a current rate, then clear.
+    // atctl stats: the counters past 2^32 and a current rate; then clear.
     const Json a = atctl_json(stack, {"stats", "--interval", "300"});
     EXPECT_GE(u64(a["dataflow"]["total_tx_bytes"]), 5000000000u);
     EXPECT_GT(a["rate"]["rx_bytes_per_s"].number, 0);
     EXPECT_EQ(a["rate"]["interval_ms"].kind, Json::Number);
-    EXPECT_TRUE(eventually([&] {
-        const Json b = atctl_json(stack, {"stats", "--interval", "0"});
-        return u64(b["dataflow"]["total_rx_bytes"]) > u64(a["dataflow"]["total_rx_bytes"]);
-    }));
-    const CliRun shown = atctl_test::run_atctl({"stats"}, stack.dir());
-    atctl_test::expect_lines(shown, {"  last session  *", "    received    *", "  down           *"});
-    EXPECT_NE(shown.out.find(" Mbit/s ("), std::string::npos) << shown.out;
     EXPECT_EQ(atctl_json(stack, {"stats", "clear"})["dsflowclr"]["cleared"].show(), "true");
     EXPECT_LT(flow().total_tx_ds_counters, 5000000000u);
 

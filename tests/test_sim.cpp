@@ -127,10 +127,8 @@ TEST(SimFiles, RestrictedAccess) {
                  [](CrsmOut* o) { return crsm_call(o, {176, 0x6FAD, 0, 0, 4, nullptr, nullptr}); }, crsm_shown, {
         {"read",                 ok("+CRSM: 144,0,\"00000002\""), 0, "144,0," + ok_exe + ":00000002"},
         {"status only",          ok("+CRSM: 106,130"),            0, "106,130," + ok_exe + ":?"},
-        {"empty response",       ok("+CRSM: 144,0,\"\""),         0, "144,0," + ok_exe + ":"},
         {"long response copied", ok("+CRSM: 144,0,\"" + big + "\""), 0, "144,0," + ok_exe + ":" + big},
         {"CME error not mapped", cme("+CME ERROR: 11"),          -1, ""},
-        {"plain error",          result(AT_ERROR),               -1, ""},
         {"unparsable",           ok("144,0"),                    -1, ""},
     });
     char data[] = "0102FF";
@@ -203,14 +201,11 @@ void run_readers(const std::string& line, const std::function<std::pair<int, std
 TEST(SimFiles, MncLength) {
     const char* data = "[AT mnc] response data error!\n";
     run_readers(crsm_line(176, 0x6FAD, 4), [] { return std::make_pair(AT_get_mnc_length(), std::string()); }, {
-        {"two digits",               ok("+CRSM: 144,0,\"00000002\""),  2, "", ""},
         {"three digits",             ok("+CRSM: 144,0,\"00FFFF03\""),  3, "", ""},
         {"91 with any second word",  ok("+CRSM: 145,7,\"00000003\""),  3, "", ""},
         {"90 with a second word",    ok("+CRSM: 144,1,\"00000002\""), -1, "", data},
         {"no response",              ok("+CRSM: 144,0"),              -1, "", data},
-        {"error reply",              cme("+CME ERROR: 10"),           -1, "", data},
         {"seven characters",         ok("+CRSM: 144,0,\"0000002\""),  -1, "", "[AT mnc] response data length error!\n"},
-        {"not a digit reads 0",      ok("+CRSM: 144,0,\"0000000G\""),  0, "", ""},
     });
 }
 
@@ -254,10 +249,8 @@ TEST(SimFiles, SimApn) {
         {"lax tag, one D",  ok(acl({"ab"}, 1, "D0")), 0, "ab", ""},
         {"tag without D",   ok(acl({"ab"}, 1, "AB")), -1, "untouched", ""},
         {"empty list",      ok("+CRSM: 144,0,\"FFFFFF\""), -1, "untouched", ""},
-        {"no entries",      ok(acl({"ab"}, 0)), -1, "untouched", ""},
         {"bad status",      ok("+CRSM: 106,130,\"" + acl({"ab"}).substr(14)), -1, "untouched", ""},
         {"data ends early", ok("+CRSM: 144,0,\"01DD0A0461626364\""), 0, "abcd", ""},
-        {"error",           result(AT_ERROR), -1, "untouched", ""},
     });
     // However long the entry says it is, the name stays in its 33 bytes.
     char name[33 + 8];
@@ -276,7 +269,6 @@ std::function<int(PinMgResultCode*)> pin_query(int (*fn)(int, char*, char*, PinM
 
 TEST(Pin, StateQueries) {
     const std::vector<Case> plus = {
-        {"ready",             ok("+CPIN: READY"),     0, "?,READY,?", kOk},
         {"PIN wanted",        ok("+CPIN: SIM PIN"),   0, "?,SIM PIN,?", kOk},
         {"long word cut",     ok("+CPIN: " + std::string(40, 'W')), 0, "?," + std::string(31, 'W') + ",?", kOk},
         {"CME error mapped",  cme("+CME ERROR: SIM not inserted"), 0, "?,?,?", AT_CMD_RES_SIM_FAIL},
@@ -295,12 +287,10 @@ TEST(Pin, StateQueries) {
                                              t.ResPin2Times, t.Reserve, r.Reserve);
                            }, {
         {"PIN wanted",       ok("^CPIN: SIM PIN,2,10,2,10,3"), 0, "?,SIM PIN,2,10,2,10,3,?,?", kOk},
-        {"ready, no times",  ok("^CPIN: READY,,10,3,10,3"),    0, "?,READY,,10,3,10,3,?,?", kOk},
         {"counters absent",  ok("^CPIN: READY"),               0, "?,READY,?,?,?,?,?,?,?", kOk},
         {"long counters cut", ok("^CPIN: SIM PUK,123456789,1,1,1,1"), 0, "?,SIM PUK,1234567,1,1,1,1,?,?", kOk},
         {"CME error mapped", cme("+CME ERROR: 14"),            0, "?,?,?,?,?,?,?,?,?", AT_CMD_RES_SIM_BUSY},
         {"plain error",      result(AT_ERROR),                -1, ""},
-        {"unparsable",       ok("^CPIN READY"),               -1, ""},
     });
 }
 
@@ -334,45 +324,36 @@ TEST(Pin, EntriesLocksAndChanges) {
     const std::vector<Action> actions = {
         {"+CPIN one code", [] { return with<PinMgResultCode>([](auto* r) { return AT_PinManagement(1, kPin, nullptr, r); }); },
          {"AT+CPIN=97315", "+CPIN", 30}},
-        {"+CPIN, empty new PIN is one code", [] { return with<PinMgResultCode>([](auto* r) { return AT_PinManagement(1, kPin, kEmpty, r); }); },
-         {"AT+CPIN=97315", "+CPIN", 30}},
         {"+CPIN two codes", [] { return with<PinMgResultCode>([](auto* r) { return AT_PinManagement(1, kPuk, kNew, r); }); },
          {"AT+CPIN=86420864,55123", "+CPIN", 30}},
-        {"wrapper, empty new PIN", [] { return with<PinMgResultCode>([](auto* r) { return AT_cpin_execute(kPin, kEmpty, r); }); },
+        {"wrapper, empty new PIN is one code", [] { return with<PinMgResultCode>([](auto* r) { return AT_cpin_execute(kPin, kEmpty, r); }); },
          {"AT+CPIN=97315", "+CPIN", 30}},
-        {"wrapper, two codes", [] { return with<PinMgResultCode>([](auto* r) { return AT_cpin_execute(kPuk, kNew, r); }); },
-         {"AT+CPIN=86420864,55123", "+CPIN", 30}},
         {"^CPIN one code", [] { return with<PinMgResultCodeEx>([](auto* r) { return AT_PinManagementEx(1, kPin, nullptr, r); }); },
          {"AT^CPIN=\"97315\"", "^CPIN", 5}},
         {"^CPIN, empty new PIN is two codes", [] { return with<PinMgResultCodeEx>([](auto* r) { return AT_PinManagementEx(1, kPin, kEmpty, r); }); },
          {"AT^CPIN=\"97315\",\"\"", "^CPIN", 5}},
-        {"^CPIN two codes", [] { return with<PinMgResultCodeEx>([](auto* r) { return AT_PinManagementEx(1, kPuk, kNew, r); }); },
-         {"AT^CPIN=\"86420864\",\"55123\"", "^CPIN", 5}},
         {"lock on", [] { PinEnStruct p = lock("1", kPin); return with<PinEnableResult>([&](auto* r) { return AT_PinEnableDisableCmd(1, &p, r); }); },
          {"AT+CLCK=\"SC\",1,\"97315\"", "+CLCK", 5}},
-        {"lock off", [] { PinEnStruct p = lock("0", kPin); return with<PinEnableResult>([&](auto* r) { return AT_PinEnableDisableCmd(1, &p, r); }); },
-         {"AT+CLCK=\"SC\",0,\"97315\"", "+CLCK", 5}},
         {"password change", [] { return with<PinModifyResultCode>([](auto* r) { return AT_PinModify(kSc, kPin, kNew, r); }); },
          {"AT+CPWD=\"SC\",\"97315\",\"55123\"", "+CPWD", 30}, true},
     };
-    // reply, return, result; a plain ERROR is the password change's outcome only.
-    const std::tuple<Reply, int, int, int> outcomes[] = {
-        {ok(),                      0, kOk,                0},
-        {cme("+CME ERROR: 16"),     0, AT_CMD_RES_ERR,     0},
-        {cme("+CME ERROR: 12"),     0, AT_CMD_RES_PUK_REQ, 0},
-        {cms("+CMS ERROR: 311"),    0, AT_CMD_RES_PIN_REQ, 0},
-        {result(AT_ERROR),         -1, kS,                 AT_CMD_RES_ERR},
-        {result(AT_NO_CARRIER),    -1, kS,                 kS},
+    // reply, return, result; a plain ERROR is the password change's outcome (0, AT_CMD_RES_ERR) only.
+    const std::tuple<Reply, int, int> outcomes[] = {
+        {ok(),                   0, kOk},
+        {cme("+CME ERROR: 12"),  0, AT_CMD_RES_PUK_REQ},
+        {cms("+CMS ERROR: 311"), 0, AT_CMD_RES_PIN_REQ},
+        {result(AT_ERROR),      -1, kS},
+        {result(AT_NO_CARRIER), -1, kS},
     };
     FakeAtServer ats;
     clear_traces();
     for (const Action& a : actions) {
-        for (const auto& [reply, rc, exe, change_exe] : outcomes) {
+        for (const auto& [reply, rc, exe] : outcomes) {
             SCOPED_TRACE(testing::Message() << a.what << " answered " << reply.ret_val);
             ats.clear_requests();
             ats.reply(reply);
             const bool plain_error = reply.ret_val == AT_ERROR && a.password_change;
-            EXPECT_EQ(a.call(), plain_error ? std::make_pair(0, change_exe) : std::make_pair(rc, exe));
+            EXPECT_EQ(a.call(), plain_error ? std::make_pair(0, int(AT_CMD_RES_ERR)) : std::make_pair(rc, exe));
             ASSERT_EQ(ats.count(), 1u);
             expect_wire(ats.last(), a.wire);
         }
@@ -401,7 +382,6 @@ TEST(Identity, CardMode) {
     clear_traces();
     run<ST_AT_CARDMODE>({"AT^CARDMODE", "^CARDMODE", 30}, AT_cardmode, [](auto& r) { return fields(r.AtFieldValue, r.Reserve); }, {
         {"USIM",                 ok("^CARDMODE: 2"),   0, "2,?", kOk},
-        {"outside the enum kept", ok("^CARDMODE: 9"),  0, "9,?", kOk},
         {"extra value traced",   ok("^CARDMODE: 1,5"), 0, "1,?", kOk},
         {"CME error not mapped", cme("+CME ERROR: 10"), -1, ""},
         {"unparsable",           ok("2"),             -1, ""},
@@ -416,7 +396,6 @@ TEST(Identity, IdentityReads) {
         {"cut to 63",        ok("^ICCID: " + std::string(80, '8')), 0, std::string(63, '8'), kOk},
         {"CME error mapped", cme("+CME ERROR: 10"), 0, "?", AT_CMD_RES_SIM_FAIL},
         {"plain error",      result(AT_ERROR),     -1, ""},
-        {"unparsable",       ok("8900"),           -1, ""},
     });
     run<StScid>({"AT^SCID", "^SCID", 30}, AT_SCID, [](auto& r) { return fields(r.Code); }, {
         {"cut to 20",        ok("^SCID: " + std::string(30, '9')), 0, std::string(20, '9'), kOk},
@@ -424,14 +403,13 @@ TEST(Identity, IdentityReads) {
     });
     run<StCurrsid>({"AT^CURRSID?", "^CURRSID", 30}, AT_Currsid, [](auto& r) { return fields(r.curr_sid, r.curr_nid, r.curr_evdo_subnetid); }, {
         {"three values",     ok("^CURRSID: 13840,1,\"00A1\""), 0, "13840,1,00A1", kOk},
-        {"short",            ok("^CURRSID: 7"),              0, "7,?,?", kOk},
+        {"CME error mapped", cme("+CME ERROR: 10"),        0, "?,?,?", AT_CMD_RES_SIM_FAIL},
         {"plain error",      result(AT_ERROR),              -1, ""},
     });
     run<APHPLMN>({"AT^APHPLMN?", "^APHPLMN", 30}, [](APHPLMN* r) { return AT_aphplmn(0, r); },
                  [](auto& r) { return fields(r.mcc_mnc, r.Reserve); }, {
         {"cut to 7",         ok("^APHPLMN: 123456789"),  0, "1234567,?", kOk},
         {"CME error mapped", cme("+CME ERROR: 11"),      0, "?,?", AT_CMD_RES_PIN_REQ},
-        {"unparsable",       ok("46000"),               -1, ""},
     });
 }
 
@@ -499,13 +477,9 @@ TEST(Identity, SlotSwitches) {
                            [](auto& t) { return fields(t); }, {
         {"inner",       ok("^SIMSWITCH: 1"), 0, "1"},
         {"plain error", result(AT_ERROR),   -1, ""},
-        {"CME error",   cme("+CME ERROR: 3"), -1, ""},
-        {"unparsable",  ok("1"),            -1, ""},
     });
-    run<int>({"AT^SIMGPIO?", "^SIMGPIO", 30}, [](int* v) { return AT_SimGpio(0, v); }, [](auto& v) { return fields(v); }, {
-        {"off",         ok("^SIMGPIO: 0"), 0, "0"},
-        {"plain error", result(AT_ERROR), -1, ""},
-    });
+    run<int>({"AT^SIMGPIO?", "^SIMGPIO", 30}, [](int* v) { return AT_SimGpio(0, v); },
+             [](auto& v) { return fields(v); }, {{"off", ok("^SIMGPIO: 0"), 0, "0"}});
     FakeAtServer ats;
     const std::tuple<const char*, std::function<int()>> sets[] = {
         {"AT^SIMSWITCH=0", [] { at_simswitch_type t = AT_SIMSWITCH_OUTER; return AT_SimSwitch(1, &t); }},

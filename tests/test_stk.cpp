@@ -90,7 +90,6 @@ TEST(Stk, Readers) {
         {"CMS error keeps the outputs", &txt, cms("+CMS ERROR: 500"), 0, "kept"},
         {"plain error", &menu, result(AT_ERROR), -1, "kept"},
         {"text", &txt, ok("^STGI: \"Balance: 12.50\",4,0,5"), 0, "1: [Balance: 12.50,4,0,5]"},
-        {"text, short", &txt, ok("^STGI: \"Hi\""), 0, "1: [Hi,0,0,0]"},
         {"text cut to 511", &txt, ok("^STGI: \"" + std::string(600, 't') + "\",4,0,0\r\n^STGI: \"b\""), 0,
          "2: [" + std::string(511, 't') + ",4,0,0] [b,0,0,0]"},
         // The splitter keeps at most 511 characters of the last line.
