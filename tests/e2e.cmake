@@ -5,7 +5,7 @@ if(TARGET atserver AND TARGET modemsim)
   target_link_libraries(test_e2e_rules PRIVATE atserver_core modemsim_engine)
   target_compile_definitions(test_e2e_rules PRIVATE SCENARIO_DIR="${PROJECT_SOURCE_DIR}/sim/scenarios")
 
-  foreach(t test_e2e_server test_e2e_load test_e2e_sim)
+  foreach(t test_e2e_server test_e2e_load)
     atapi_add_test(${t} ${t}.cpp e2e/harness.cpp)
     target_include_directories(${t} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
     target_compile_definitions(${t} PRIVATE

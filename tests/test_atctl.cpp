@@ -118,6 +118,10 @@ TEST_F(Atctl, ReportsForPeopleAndScripts) {
          {{"creg", "stat", "5"}, {"creg", "stat_text", "'registered, roaming'"}, {"creg", "lac", "'2513'"},
           {"creg", "act", "7"}, {"cgreg", "act", "null"}, {"cereg", "act", "missing"}, {"cgatt", "attached", "true"},
           {"sysinfoex", "submode_name", "'LTE FDD'"}, {"rejinfoex", "rejectcause", "15"}}},
+        {"registration", {{"AT+CEREG?", ok("+CEREG: 0,2")}, {"AT^REJINFO?", ok("^REJINFO: 46001,0,13,2")}},
+         {"  stat      not registered, searching (2)", "  cause     roaming not allowed in this location area (13)"},
+         {{"cereg", "stat_text", "'not registered, searching'"}, {"rejinfoex", "plmnid", "'46001'"},
+          {"rejinfoex", "rejectcause_text", "'roaming not allowed in this location area'"}}},
         // +CSQ codes at the ends of the scale.
         {"signal", {{"AT+CSQ", ok("+CSQ: 0,0")}},
          {"  rssi      -113 dBm or less (raw 0)", "  ber       below 0.2 % (raw 0)"}, {{"csq", "rssi_dbm", "-113"}}},
@@ -278,6 +282,8 @@ TEST_F(Atctl, BadUsageExitsTwoWithoutAskingTheModem) {
     const std::vector<Strings> rows{
         {}, {"bogus"}, {"signal", "extra"}, {"--nope", "signal"}, {"signal", "--zone", "4"}, {"time", "--zone", "96"},
         {"time", "--zone", "4x"}, {"time", "--zone"}, {"--run-dir"}, {"--zone", "4", "time"},
+        {"call", "dial", "+1555;0"}, {"call", "hangup", "12"}, {"stk", "select", "x"}, {"sms", "read", "x"},
+        {"sms", "send", "not-a-number"},
     };
     for (const auto& args : rows) {
         const CliRun r = atctl(args);

@@ -502,7 +502,7 @@ TEST(Sms, RefusedBeforeSending) {
 }
 
 TEST(Sms, ServerGone) {
-    const std::vector<std::tuple<const char*, std::function<bool()>, const char*>> cases = {
+    expect_server_gone({
         {"AT_Cmgr", [] { return fails_untouched<StPerSms>(AT_Cmgr); }, "execute at+cmgr command error\n"},
         {"AT_Cpms_test", [] { return fails_untouched<StCpmsList>(AT_Cpms_test); }, "execute AT+CPMS=? command error\n"},
         {"AT_Cpms", [] { return fails_untouched<StCpms>([](StCpms* r) { return AT_Cpms(0, r, r); }); }, ""},
@@ -514,16 +514,7 @@ TEST(Sms, ServerGone) {
         {"AT_Hsmsss", [] { static StHsmssInfo i{}; return fails_untouched<StHsmsssRes>(with(AT_Hsmsss, &i)); }, "[AT_Hsmsss]end.\n"},
         {"AT_Cpbr", [] { static StCpbrRsp r; return fails_untouched<StCpbrPara>([](StCpbrPara* p) { return AT_Cpbr(1, p, &r); }); }, ""},
         {"AT_Cusd_Msg_Send", [] { StCusdInfo c = sentinel<StCusdInfo>(); c.reportType = 2; return AT_Cusd_Msg_Send(1, &c) == -1 && untouched(c.AtExeResult); }, ""},
-    };
-    FakeAtServer ats;
-    ats.die();
-    for (const auto& [what, call, trace] : cases) {
-        clear_traces();
-        EXPECT_TRUE(call()) << what;
-        if (*trace) {
-            EXPECT_EQ(count_trace(trace), 1u) << what;
-        }
-    }
+    });
 }
 
 }  // namespace

@@ -379,16 +379,4 @@ TEST(CallEvents, ReportTextToRecord) {
     for (const auto& [what, parse, line, want] : rows) EXPECT_EQ(parse(line), want) << what;
 }
 
-TEST(CallEvents, Traces) {
-    char conn[] = "^CONN: 7,0", ring[] = "RING";
-    CS_MSG_CONN_S r{};
-    clear_traces();
-    EXPECT_EQ(AtsConnParse(conn, &r), 0);
-    EXPECT_EQ(AtsConnParse(ring, &r), -1);
-    EXPECT_EQ(AtsConnParse(nullptr, &r), -1);
-    EXPECT_EQ(count_trace("\n AtsConnParse=ucCallId=[7]= \n"), 1u);
-    EXPECT_EQ(count_trace("at_cmd_parse CONN fail!"), 1u);
-    EXPECT_EQ(count_trace("Input param is null!"), 1u);
-}
-
 }  // namespace

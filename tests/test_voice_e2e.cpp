@@ -186,29 +186,23 @@ TEST_F(VoiceE2E, AtctlCallFromDialToHangUp) {
     e2e::Child watch;
     const std::string redirect = "exec " ATCTL_BIN " call watch --interval 50 >" + g_stack->dir() + "/watch.out 2>" + err;
     ASSERT_TRUE(watch.spawn({"/bin/sh", "-c", redirect}, false));
-    auto printed = [&](const std::string& text, std::chrono::milliseconds limit = 5s) {
-        const auto end = std::chrono::steady_clock::now() + limit;
-        while (atctl_test::slurp(err).find(text) == std::string::npos && std::chrono::steady_clock::now() < end)
-            std::this_thread::sleep_for(20ms);
-        return atctl_test::slurp(err).find(text) != std::string::npos;
+    auto printed = [&](const std::string& text) {
+        return e2e::eventually([&] { return atctl_test::slurp(err).find(text) != std::string::npos; });
     };
     ASSERT_TRUE(printed("interrupt to stop"));
 
-    const std::vector<std::tuple<std::vector<std::string>, int, std::vector<std::string>, std::string>> steps = {
-        {{"call", "dial", "+15550100"}, 0, {"dial (ATD)", "  number    +15550100"}, "call 1 to +15550100: active"},
-        {{"call", "hold"}, 0, {"  call 1    +15550100, outgoing, active", "hold the active calls (AT+CHLD=2)"},
+    // One row per subcommand; the ways of misusing them are refused before any modem is asked.
+    const std::vector<std::tuple<std::vector<std::string>, std::vector<std::string>, std::string>> steps = {
+        {{"call", "dial", "+15550100"}, {"dial (ATD)", "  number    +15550100"}, "call 1 to +15550100: active"},
+        {{"call", "hold"}, {"  call 1    +15550100, outgoing, active", "hold the active calls (AT+CHLD=2)"},
          "call 1 to +15550100: held"},
-        {{"call", "hold"}, 1, {}, ""},
-        {{"call", "resume"}, 0, {"resume the held calls (AT+CHLD=2)"}, "call 1 to +15550100: active"},
-        {{"call", "list"}, 0, {"current calls (+CLCC)", "  call 1    +15550100, outgoing, active"}, ""},
-        {{"call", "hangup"}, 0, {"hang up (AT+CHUP)"}, "call 1 to +15550100: ended"},
-        {{"call", "dial", "+1555;0"}, 2, {}, ""},
-        {{"call", "answer"}, 1, {"answer (ATA)", "  error     no usable answer*"}, ""},
-        {{"call", "hangup", "12"}, 2, {}, ""},
+        {{"call", "resume"}, {"resume the held calls (AT+CHLD=2)"}, "call 1 to +15550100: active"},
+        {{"call", "list"}, {"current calls (+CLCC)", "  call 1    +15550100, outgoing, active"}, ""},
+        {{"call", "hangup", "1"}, {"release call 1 (AT+CHLD=11)"}, "call 1 to +15550100: ended"},
     };
-    for (const auto& [args, exit, lines, event] : steps) {
+    for (const auto& [args, lines, event] : steps) {
         const atctl_test::CliRun r = atctl(args);
-        EXPECT_EQ(r.exit, exit) << args[1] << "\n" << r.out << r.err;
+        EXPECT_EQ(r.exit, 0) << args[1] << "\n" << r.out << r.err;
         atctl_test::expect_lines(r, lines);
         if (!event.empty()) {
             EXPECT_TRUE(printed(event)) << event;
@@ -216,13 +210,15 @@ TEST_F(VoiceE2E, AtctlCallFromDialToHangUp) {
     }
     EXPECT_TRUE(g_stack->control("@ring +15550111"));
     EXPECT_TRUE(printed("call 1 from +15550111: incoming"));
-    EXPECT_EQ(atctl({"call", "answer"}).exit, 0);
+    const atctl_test::CliRun answered = atctl({"call", "answer"});
+    EXPECT_EQ(answered.exit, 0) << answered.out << answered.err;
+    atctl_test::expect_lines(answered, {"answer (ATA)"});
     EXPECT_TRUE(printed("call 1 from +15550111: active"));
-    const atctl_test::CliRun j = atctl({"--json", "call", "hangup", "1"});
-    EXPECT_EQ(j.exit, 0) << j.out;
-    EXPECT_TRUE(atctl_test::parse_json(j.out).value_or(atctl_test::Json{})["chld"]["ok"].boolean) << j.out;
+    EXPECT_TRUE(g_stack->control("@remote_hangup"));
     EXPECT_TRUE(printed("call 1 from +15550111: ended"));
-    for (const char* event : {"call 1 to +15550100: dialing", "call 1 to +15550100: alerting"}) EXPECT_TRUE(printed(event, 0ms)) << event;
+    for (const char* event : {"call 1 to +15550100: dialing", "call 1 to +15550100: alerting"}) {
+        EXPECT_NE(atctl_test::slurp(err).find(event), std::string::npos) << event;
+    }
 
     watch.signal(SIGINT);
     ASSERT_TRUE(watch.wait_exit(5s));
@@ -231,34 +227,20 @@ TEST_F(VoiceE2E, AtctlCallFromDialToHangUp) {
     atctl_test::expect_lines(w, {"call events (+CLCC every 50 ms)", "  calls at the end  0"});
 }
 
+// One row per subcommand, in an order the toolkit's dialogs allow.
 TEST_F(VoiceE2E, AtctlToolkit) {
-    const std::vector<std::tuple<std::vector<std::string>, int, std::vector<std::string>>> steps = {
-        {{"stk"}, 0, {"  toolkit   on (mode 1)", "  item 1    Balance", "  item 2    Top up (help available)"}},
-        {{"stk", "show"}, 0, {"  pending   none (the main menu)"}},
-        {{"stk", "select", "2"}, 0, {"SIM toolkit: input (^STGI=3)", "  prompt    Voucher code", "  length    4 to 16"}},
-        {{"stk", "answer", "12"}, 1, {}},
-        {{"stk", "answer", "9876"}, 0, {"  text      Voucher 9876 accepted"}},
-        {{"stk", "answer"}, 0, {"  pending   none (the main menu)"}},
-        {{"stk", "select", "3"}, 0, {"SIM toolkit: menu (^STGI=6)", "  item 2    Rate us"}},
-        {{"stk", "select", "2"}, 0, {"  prompt    Rate us from 1 to 5"}},
-        {{"stk", "answer"}, 2, {}},
-        {{"stk", "end"}, 0, {"  pending   none (the main menu)"}},
-        {{"stk", "select", "3"}, 0, {}},
-        {{"stk", "select", "1"}, 0, {"  url          http://example.com/help"}},
-        {{"stk", "answer"}, 0, {"  pending   none (the main menu)"}},
-        {{"stk", "select", "3"}, 0, {}},
-        {{"stk", "select", "3"}, 0, {"  refresh   type 1"}},
-        {{"stk", "answer", "now"}, 2, {}},
-        {{"stk", "end"}, 0, {}},
-        {{"stk", "off"}, 0, {"switch the toolkit off (^STSF=0)"}},
-        {{"stk", "--json"}, 0, {"  \"stsf\": {\"ok\": true, \"mode\": 0, \"config\": \"FFFFFFFF7F0F00DF7F\", \"timeout_s\": 10},"}},
-        {{"stk", "on"}, 0, {}},
-        {{"stk", "answer"}, 1, {}},
-        {{"stk", "select", "x"}, 2, {}},
+    const std::vector<std::tuple<std::vector<std::string>, std::vector<std::string>>> steps = {
+        {{"stk"}, {"  toolkit   on (mode 1)", "  item 1    Balance", "  item 2    Top up (help available)"}},
+        {{"stk", "show"}, {"  pending   none (the main menu)"}},
+        {{"stk", "select", "2"}, {"SIM toolkit: input (^STGI=3)", "  prompt    Voucher code", "  length    4 to 16"}},
+        {{"stk", "answer", "9876"}, {"  text      Voucher 9876 accepted"}},
+        {{"stk", "end"}, {"  pending   none (the main menu)"}},
+        {{"stk", "off"}, {"switch the toolkit off (^STSF=0)"}},
+        {{"stk", "on"}, {"switch the toolkit on (^STSF=1)"}},
     };
-    for (const auto& [args, exit, lines] : steps) {
+    for (const auto& [args, lines] : steps) {
         const atctl_test::CliRun r = atctl(args);
-        EXPECT_EQ(r.exit, exit) << args.back() << "\n" << r.out << r.err;
+        EXPECT_EQ(r.exit, 0) << args.back() << "\n" << r.out << r.err;
         atctl_test::expect_lines(r, lines);
     }
 }
