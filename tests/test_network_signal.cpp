@@ -1,7 +1,5 @@
 // Signal quality commands against the scripted fake AT server: the request on the wire, the
 // record filled, the fields left alone, and how error replies come back.
-#include <atomic>
-#include <thread>
 #include <tuple>
 
 #include "test_network_support.h"
@@ -135,47 +133,21 @@ TEST(Signal, RefusedBeforeSending) {
 
 // With the AT server gone every function fails at once and leaves the record alone.
 TEST(Signal, ServerGone) {
-    const std::vector<std::tuple<const char*, bool (*)(), const char*>> cases = {
+    expect_server_gone({
         {"AT_Csq", [] { return fails_untouched<AT_CSQ_ST>(AT_Csq); }, "[AT_Csq]get data failed!\n"},
         {"AT_Csq_Test", [] { return fails_untouched<AT_CSQ_TEST_ST>(AT_Csq_Test); }, "[AT_Csq_Test]get data failed!\n"},
         {"AT_Rssi", [] { return fails_untouched<StRssiInfo>(AT_Rssi); }, ""},
         {"AT_Hcsq", [] { return fails_untouched<HCSQ_STATUS>(AT_Hcsq); }, ""},
         {"AT_Cerssi", [] { return fails_untouched<CerssiRsp>([](CerssiRsp* r) { return AT_Cerssi(0, r); }); },
          "AT_Cerssi GetDataFromAtServer failed\n"},
-        {"AT_Rsrp", [] { return fails_untouched<AT_RSRP_STRU>(AT_Rsrp); }, "[AT_Rsrp]get data failed ---------------->AT_Rsrp!\n"},
+        {"AT_Rsrp", [] { return fails_untouched<AT_RSRP_STRU>(AT_Rsrp); },
+         "[AT_Rsrp]get data failed ---------------->AT_Rsrp!\n"},
         {"AT_Csnr", [] { return fails_untouched<CsnrRsp>(AT_Csnr); }, ""},
-        {"AT_Rssi_Without_Magic", [] { return AT_Rssi_Without_Magic() == -1; }, "AT_Rssi_Without_Magic set GetDataFromAtServer after\n"},
-        {"AT_Rssi_With_Magic", [] { return AT_Rssi_With_Magic(1) == -1; }, "AT_Rssi_With_Magic set GetDataFromAtServer after\n"},
-    };
-    FakeAtServer ats;
-    ats.die();
-    for (const auto& [what, call, trace] : cases) {
-        clear_traces();
-        EXPECT_TRUE(call()) << what;
-        if (*trace) {
-            EXPECT_EQ(count_trace(trace), 1u) << what;
-        }
-    }
-}
-
-// Callers on many threads at once each get the answer meant for them.
-TEST(Signal, ConcurrentCallersGetTheirOwnReplies) {
-    FakeAtServer ats;
-    ats.respond([](const Request& req) { return ok("+CSQ: " + std::to_string(req.client_id % 97) + ",7"); });
-    constexpr int kThreads = 8, kCalls = 25;
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&] {
-            const unsigned mine = static_cast<unsigned>(syscall(SYS_gettid) % 97);
-            for (int i = 0; i < kCalls; ++i) {
-                AT_CSQ_ST r{};
-                if (AT_Csq(&r) != 0 || r.rssi != mine || r.ber != 7u) ++wrong;
-            }
-        });
-    for (std::thread& th : threads) th.join();
-    EXPECT_EQ(wrong.load(), 0);
-    EXPECT_EQ(ats.count(), size_t(kThreads * kCalls));
+        {"AT_Rssi_Without_Magic", [] { return AT_Rssi_Without_Magic() == -1; },
+         "AT_Rssi_Without_Magic set GetDataFromAtServer after\n"},
+        {"AT_Rssi_With_Magic", [] { return AT_Rssi_With_Magic(1) == -1; },
+         "AT_Rssi_With_Magic set GetDataFromAtServer after\n"},
+    });
 }
 
 }  // namespace
