@@ -191,23 +191,15 @@ TEST(Registration, RefusedBeforeSending) {
 }
 
 TEST(Registration, ServerGone) {
-    const std::vector<std::tuple<const char*, bool (*)(), const char*>> cases = {
+    expect_server_gone({
         {"AT_Creg", [] { return fails_untouched<LacCellid>(query(AT_Creg)); }, ""},
         {"AT_Cgreg", [] { return fails_untouched<CgregRsp>(query(AT_Cgreg)); }, "AT_Cgreg GetDataFromAtServer failed\n"},
         {"AT_Cereg", [] { return fails_untouched<CeregRsp>(query(AT_Cereg)); }, "AT_Cereg GetDataFromAtServer failed\n"},
         {"AT_Cellroam", [] { return fails_untouched<StRoamInfo>(AT_Cellroam); }, "AT^Cellroam error......\n"},
-        {"AT_RejinfoexCommand", [] { return fails_untouched<REJECT_INFOEX>(AT_RejinfoexCommand); }, "AT_RejinfoexCommand GetDataFromAtServer fail\n"},
+        {"AT_RejinfoexCommand", [] { return fails_untouched<REJECT_INFOEX>(AT_RejinfoexCommand); },
+         "AT_RejinfoexCommand GetDataFromAtServer fail\n"},
         {"AT_Srvst", [] { return fails_untouched<SrvstSet>([](SrvstSet* r) { return AT_Srvst(1, r); }); }, ""},
-    };
-    FakeAtServer ats;
-    ats.die();
-    for (const auto& [what, call, trace] : cases) {
-        clear_traces();
-        EXPECT_TRUE(call()) << what;
-        if (*trace) {
-            EXPECT_EQ(count_trace(trace), 1u) << what;
-        }
-    }
+    });
 }
 
 // ---- The system information cache -------------------------------------------------------------
