@@ -171,17 +171,6 @@ TEST_F(Exchange, NewerSequenceFails) {
     EXPECT_TRUE(has_trace("Error:tmp_msg.seq= "));
 }
 
-// A reply that arrives after its caller gave up is dropped by that thread's next call.
-TEST_F(Exchange, LateReplyIsDroppedByTheNextCall) {
-    ats.reply(delayed(ok("late"), 1500ms));
-    ats.reply(ok("fresh"));
-    msg_q m = request("AT+FIRST", "", 1);
-    EXPECT_EQ(GetDataFromAtServer(&m), -1);
-    msg_q m2 = request("AT+SECOND", "", 5);
-    ASSERT_EQ(GetDataFromAtServer(&m2), 0);
-    EXPECT_STREQ(m2.snd_rcv_msg.rmsg.at_report_str, "fresh");
-}
-
 // The wait lasts the whole time limit even while signals keep cutting the poll's sleep short.
 TEST_F(Exchange, TimeoutAfterTimeOutSecondsDespiteSignals) {
     struct sigaction sa {}, old {};
@@ -288,9 +277,9 @@ TEST_F(Exchange, ThreadsRacingThroughARestartUseTheNewQueues) {
     EXPECT_EQ(failures.load(), 0);
 }
 
-// Replies that wait for this thread id before its request goes out are never its answer: a late
-// one of an earlier request (dropped as the wait drops it) or one left for an earlier thread that
-// had the same id, whatever sequence number it carries.
+// Replies that wait for this thread id before its request goes out are never its answer: one
+// that came after its caller gave up on an earlier request (dropped as the wait drops it) or one
+// left for an earlier thread that had the same id, whatever sequence number it carries.
 TEST_F(Exchange, RepliesWaitingBeforeTheRequestAreNotTheAnswer) {
     ats.respond([](const Request& r) { return ok("fresh " + r.cmd); });
     msg_q first = request("AT+ONE");
