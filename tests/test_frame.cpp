@@ -91,20 +91,6 @@ TEST(Frame, FormattedLinesAreWholeAndSafe) {
     EXPECT_EQ(std::string(body.cmd_field()).size(), 639u);
 }
 
-// A report that fills its field to the last byte is still read as a terminated text.
-TEST(Frame, FullWidthReportIsTerminated) {
-    FakeAtServer ats;
-    Reply r = ok();
-    r.raw = "+CSQ: 1," + std::string(AT_REPORT_STR_LEN - 8, '9');
-    ats.reply(r);
-    atapi::Request req{"AT+CSQ", "+CSQ"};
-    ASSERT_EQ(req.exchange(), 0);
-    EXPECT_EQ(std::strlen(req.report()), size_t(AT_REPORT_STR_LEN - 1));
-    ParseTree tree = req.parse("+CSQ", AT_FUNCTION_NETWORK_CFG);
-    ASSERT_TRUE(tree);
-    EXPECT_EQ(tree.row().find("rssi").number(), 1);
-}
-
 // Nothing of the command or the reply is left in the record once the request is gone.
 TEST(Frame, RecordIsWipedOnTheWayOut) {
     FakeAtServer ats;
