@@ -233,26 +233,6 @@ TEST_F(Exchange, NullArguments) {
     EXPECT_EQ(ats.count(), 0u);
 }
 
-TEST_F(Exchange, SixteenThreadsEachGetTheirOwnReply) {
-    ats.respond([](const Request& r) { return ok("reply to " + r.cmd + " of " + std::to_string(r.client_id)); });
-    constexpr int kThreads = 16, kCalls = 20;
-    std::vector<int> failures(kThreads, 0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &failures] {
-            for (int i = 0; i < kCalls; ++i) {
-                const std::string cmd = "AT+T" + std::to_string(t) + "=" + std::to_string(i);
-                msg_q m = request(cmd.c_str());
-                const std::string want = "reply to " + cmd + " of " + std::to_string(m.client_id);
-                if (GetDataFromAtServer(&m) != 0 || want != m.snd_rcv_msg.rmsg.at_report_str) ++failures[t];
-            }
-        });
-    }
-    for (auto& th : threads) th.join();
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
-    EXPECT_EQ(ats.count(), size_t(kThreads * kCalls));
-}
-
 // After a restart every thread that finds the new server alive must also use its new queues,
 // even while another thread is still refreshing the cached ids. Queue lookups are slowed down
 // here (msgget is wrapped below) so that the others arrive in the middle of that refresh.
