@@ -2,6 +2,5 @@
 # The frame's C++ side stays inside the library, so the frame test builds its own copy.
 atapi_add_test(test_frame test_frame.cpp ${PROJECT_SOURCE_DIR}/src/at_frame.cpp)
 target_include_directories(test_frame PRIVATE ${PROJECT_SOURCE_DIR}/src)
-atapi_add_test(test_network_signal test_network_signal.cpp)
-atapi_add_test(test_network_reg test_network_reg.cpp)
+atapi_add_test(test_network test_network.cpp)
 atapi_add_test(test_time test_time.cpp)

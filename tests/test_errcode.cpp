@@ -11,14 +11,11 @@ namespace {
 TEST(ErrorStrToId, Lines) {
     const std::pair<const char*, int> cases[] = {
         {"+CME ERROR: 10", AT_CMD_RES_SIM_FAIL},
-        {"+CME ERROR: SIM not inserted", AT_CMD_RES_SIM_FAIL},
         {"+CME ERROR:  SIM not inserted  ", AT_CMD_RES_SIM_FAIL},
         {"+CME ERROR: 13", AT_CMD_RES_SIM_FAIL},
         {"+CME ERROR: 11", AT_CMD_RES_PIN_REQ},
-        {"+CME ERROR: SIM PUK required", AT_CMD_RES_PUK_REQ},
         {"+CME ERROR: incorrect password", AT_CMD_RES_ERR},
         {"+CME ERROR: 30", AT_CMD_RES_GPS_NO_NETWORK_SERVER},
-        {"+CME ERROR: SIM busy", AT_CMD_RES_SIM_BUSY},
         {"+CME ERROR: 4", AT_CMD_RES_OPERATION_NOT_SUPPORTED},
         {"+CME ERROR: unknown", AT_CMD_RES_UNKNOWN},
         {"+CME ERROR: 276", AT_CMD_RES_GPS_DISABLED},

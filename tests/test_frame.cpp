@@ -1,5 +1,6 @@
-// The command frame on its own: what a request puts on the wire, how it is cut and wiped, how
-// error replies map into a result field, and how a parse tree is walked and released.
+// The command frame on its own: what a request puts on the wire, how it is cut and wiped, and
+// how a parse tree is walked and released. How error replies map into a result field is read
+// through the query functions that use it (test_network).
 #include <functional>
 #include <new>
 #include <tuple>
@@ -91,20 +92,6 @@ TEST(Frame, FormattedLinesAreWholeAndSafe) {
     EXPECT_EQ(std::string(body.cmd_field()).size(), 639u);
 }
 
-// A report that fills its field to the last byte is still read as a terminated text.
-TEST(Frame, FullWidthReportIsTerminated) {
-    FakeAtServer ats;
-    Reply r = ok();
-    r.raw = "+CSQ: 1," + std::string(AT_REPORT_STR_LEN - 8, '9');
-    ats.reply(r);
-    atapi::Request req{"AT+CSQ", "+CSQ"};
-    ASSERT_EQ(req.exchange(), 0);
-    EXPECT_EQ(std::strlen(req.report()), size_t(AT_REPORT_STR_LEN - 1));
-    ParseTree tree = req.parse("+CSQ", AT_FUNCTION_NETWORK_CFG);
-    ASSERT_TRUE(tree);
-    EXPECT_EQ(tree.row().find("rssi").number(), 1);
-}
-
 // Nothing of the command or the reply is left in the record once the request is gone.
 TEST(Frame, RecordIsWipedOnTheWayOut) {
     FakeAtServer ats;
@@ -115,28 +102,6 @@ TEST(Frame, RecordIsWipedOnTheWayOut) {
     ASSERT_STREQ(req->report(), "+CPIN: SECRET");
     req->~Request();
     for (unsigned char b : storage) ASSERT_EQ(b, 0);
-}
-
-TEST(Frame, ErrorRepliesMapIntoTheResultField) {
-    // what, reply, return of map_error, the result field afterwards
-    const std::tuple<const char*, Reply, int, int> cases[] = {
-        {"CME by number",        cme("+CME ERROR: 10"),              0, AT_CMD_RES_SIM_FAIL},
-        {"CMS",                  cms("+CMS ERROR: 311"),             0, AT_CMD_RES_PIN_REQ},
-        {"plain ERROR",          result(AT_ERROR, "ERROR"),         -1, kS},
-        {"timeout",              result(AT_CMD_TIMEOUT),            -1, kS},
-    };
-    FakeAtServer ats;
-    for (const auto& [what, reply, rc, exe] : cases) {
-        SCOPED_TRACE(what);
-        ats.reply(reply);
-        atapi::Request req{"AT+XYZ", ""};
-        ASSERT_EQ(req.exchange(), 0);
-        EXPECT_FALSE(req.ok());
-        AT_AMSS_RES got;  // sentinel bits, no enum value: written or left, never loaded as the enum
-        std::memset(&got, kSB, sizeof got);
-        EXPECT_EQ(req.map_error(got), rc);
-        EXPECT_EQ(as_int(got), exe);
-    }
 }
 
 // Field walks over trees the parser builds from real replies; a failed parse owns nothing.

@@ -32,10 +32,6 @@ Reply silent() {
     r.no_reply = true;
     return r;
 }
-Reply delayed(Reply r, std::chrono::milliseconds d) {
-    r.delay = d;
-    return r;
-}
 
 namespace {
 
@@ -223,7 +219,6 @@ void FakeAtServer::work(int reply_q) {
 
 void FakeAtServer::answer(const Request& req, const Reply& r, int reply_q) {
     for (const Reply& before : r.extra_before) answer(req, before, reply_q);
-    if (r.delay.count() > 0) std::this_thread::sleep_for(r.delay);
     if (r.no_reply) return;
     msg_q rep{};
     rep.client_id = req.client_id;
@@ -237,8 +232,7 @@ void FakeAtServer::answer(const Request& req, const Reply& r, int reply_q) {
     if (r.raw_match) {
         std::memcpy(out.at_match_str, r.raw_match->data(), std::min(r.raw_match->size(), size_t(AT_MATCH_STR_LEN)));
     } else {
-        const std::string match = r.match.value_or(req.match);
-        std::memcpy(out.at_match_str, match.data(), std::min(match.size(), size_t(AT_MATCH_STR_LEN - 1)));
+        std::memcpy(out.at_match_str, req.match.data(), std::min(req.match.size(), size_t(AT_MATCH_STR_LEN - 1)));
     }
     if (r.raw) {
         std::memcpy(out.at_report_str, r.raw->data(), std::min(r.raw->size(), size_t(AT_REPORT_STR_LEN)));

@@ -37,9 +37,8 @@ struct Reply {
     int ret_val = AT_CMD_OK;
     std::string report;                        // text for at_report_str (cut to 1499 bytes)
     std::optional<std::string> raw;            // exact bytes for at_report_str (up to 1500, no NUL added)
-    std::optional<std::string> match;          // at_match_str; default: the request's at_match_ok_str
-    std::optional<std::string> raw_match;      // exact bytes for at_match_str (up to 64, no NUL added)
-    std::chrono::milliseconds delay{0};        // wait before answering
+    std::optional<std::string> raw_match;      // exact bytes for at_match_str (up to 64, no NUL added);
+                                               // default: the request's at_match_ok_str
     bool no_reply = false;                     // take the request, never answer
     int seq_delta = 0;                         // added to the request's seq (-1 stale, +1 newer)
     std::vector<Reply> extra_before;           // replies sent first (e.g. a stale one), each as scripted
@@ -51,7 +50,6 @@ Reply cme(std::string error_line);             // AT_CME_ERROR with the given li
 Reply cms(std::string error_line);             // AT_CMS_ERROR with the given line
 Reply result(int ret_val, std::string report = "");
 Reply silent();                                // no reply at all
-Reply delayed(Reply r, std::chrono::milliseconds d);
 
 // A request as it arrived on the request queue.
 struct Request {
