@@ -595,7 +595,8 @@ void AtServer::finish(int ret_val, std::string_view final_line) {
     } else if (ret_val == AT_CME_ERROR || ret_val == AT_CMS_ERROR) {
         report.assign(final_line.substr(0, kReportMax));
     }
-    ATS_TRACE(INFO, "from modem (%d/%u): %d, %s\n", a.req.client_id, a.req.seq, ret_val, report.c_str());
+    ATS_TRACE(INFO, "from modem (%d/%u): %d, %s\n", a.req.client_id, a.req.seq, ret_val,
+              traced_report(a.cmd.line, report).c_str());
     reply(a.req, a.arrived, ret_val, report);
 }
 

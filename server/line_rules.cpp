@@ -85,15 +85,27 @@ std::string command_name(std::string_view command) {
     return name;
 }
 
-std::string traced_line(std::string_view line) {
-    // Commands whose arguments hold a code or a password (and the user name beside it).
+namespace {
+// Commands whose arguments or answers hold a code, a password (and the user name beside it) or a
+// SIM authentication secret.
+bool carries_secret(std::string_view command) {
     static constexpr std::string_view kSecret[] = {"+CPIN", "^CPIN", "+CLCK", "+CPWD", "^NDISDUP", "^AUTHDATA",
                                                    "+CGAUTH", "+CSIM", "^UICCAUTH"};
-    const std::string name = command_name(line);
+    const std::string name = command_name(command);
+    return std::find(std::begin(kSecret), std::end(kSecret), name) != std::end(kSecret);
+}
+}  // namespace
+
+std::string traced_line(std::string_view line) {
     const size_t eq = line.find('=');
-    if (eq == std::string_view::npos || std::find(std::begin(kSecret), std::end(kSecret), name) == std::end(kSecret))
-        return std::string(line);
+    if (eq == std::string_view::npos || !carries_secret(line)) return std::string(line);
     return std::string(line.substr(0, eq + 1)) + "***";
+}
+
+std::string traced_report(std::string_view command, std::string_view report) {
+    // "AT^AUTHDATA?" has no argument to hide, but its answer holds the stored password.
+    if (report.empty() || !carries_secret(command)) return std::string(report);
+    return "*** (" + std::to_string(report.size()) + " bytes)";
 }
 
 bool answers_command(std::string_view line, std::string_view cmd_name, std::string_view match) {

@@ -39,6 +39,10 @@ std::string command_name(std::string_view command);
 // PIN, PUK or password become "***".
 std::string traced_line(std::string_view line);
 
+// A reply to `command` as the server's trace may show it: only its size when the command is one
+// of those above, whose answers can hold the same secrets.
+std::string traced_report(std::string_view command, std::string_view report);
+
 // True when `line` answers the command in flight rather than being an unsolicited report that
 // happens to arrive meanwhile.
 bool answers_command(std::string_view line, std::string_view command_name, std::string_view match);

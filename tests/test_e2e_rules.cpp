@@ -49,6 +49,8 @@ TEST(ServerLines, NamesAndWhoALineAnswers) {
     EXPECT_EQ(ats::traced_line("at^ndisdup=1,1,\"apn\",\"user\",\"secret\",2"), "at^ndisdup=***");
     EXPECT_EQ(ats::traced_line("AT+CPIN?"), "AT+CPIN?");
     EXPECT_EQ(ats::traced_line("AT+CFUN=1"), "AT+CFUN=1");
+    EXPECT_EQ(ats::traced_report("AT^AUTHDATA?\r", "^AUTHDATA: 1,1,\"pw\",\"u\""), "*** (23 bytes)");
+    EXPECT_EQ(ats::traced_report("AT+CSQ\r", "+CSQ: 20,99"), "+CSQ: 20,99");
     struct Case { const char* line; const char* cmd; const char* match; bool answers; } cases[] = {
         {"+CREG: 0,1", "+CREG", "+CREG:", true},
         {"+creg: 0,1", "+CREG", "", true},
