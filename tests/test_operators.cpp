@@ -361,6 +361,8 @@ TEST(Radio, SetLines) {
          [] { return on_result<BANDPRIORITYRESULT>([](auto* b) { b->rat = 6, b->band_num = 0; return AT_Setbandpriority(b); }); }},
         {"AT^RFSWITCH=0", "", false, [] { LTERFInfo p{0, 0}; return on_result<LTERFResult>([&](auto* r) { return AT_RFSwitch(1, &p, r); }); }},
         {"AT^CASWITCHSBB=1", "", false, [] { return std::pair{AT_SetCASwitch(CA_SWITCH_ENABLE), kNoRecord}; }},
+        {"AT^IMSSWITCH=1", "", false, [] { return std::pair{AT_SetImsswitch(1), kNoRecord}; }},
+        {"AT^NETSCANCTL=4,0", "", false, [] { return std::pair{AT_SetNetscanctl(0), kNoRecord}; }},
     };
     FakeAtServer ats;
     for (const Row& row : rows) {
