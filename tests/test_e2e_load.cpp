@@ -56,7 +56,7 @@ TEST(E2eLoad, HonestCallsGoOnThroughAFlood) {
     Stack s("on AT\non AT\\+CSQ\n  line +CSQ: 3,99\n");
     ASSERT_TRUE(s.start());
     // The bound is on growth: under emulation the server's process also holds the emulator.
-    const long rss_at_start = memory_kib(s.server.pid(), "VmRSS");
+    [[maybe_unused]] const long rss_at_start = memory_kib(s.server.pid(), "VmRSS");
     std::atomic<bool> flooding{true};
     std::thread flood([&] {
         hostile_requests(20000, true);
