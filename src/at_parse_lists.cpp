@@ -162,29 +162,26 @@ bool after_name(std::string_view reply, const char* name, std::string_view* rest
 
 // One row of fields "index_0", "index_1", ... holding the comma-separated values of `list`.
 int index_row(AtCmdParse** result, std::string_view list) noexcept {
-    const auto count = static_cast<size_t>(count_outside_quotes(list, ',')) + 1;
-    char** names = new_pointer_array(count);
-    char** values = names != nullptr ? new_pointer_array(count) : nullptr;
-    int rc = values != nullptr ? kOk : kNoMemory;
-    int stored = 0;
-    if (rc == kOk) rc = split_fields(list, {values, count}, &stored);
-    for (size_t i = 0; rc == kOk && i < count; ++i) {
+    FieldCursor values(list);
+    AtCmdParse* head = nullptr;
+    AtCmdParse** tail = &head;
+    for (size_t i = 0; !values.done(); ++i) {
         // Positions of four or more digits keep their first three: the name buffer is 10 bytes.
-        std::array<char, 10> name{};
-        ATS_SNPRINTF(name.data(), name.size(), name.size() - 1, "index_%zu", i);
-        names[i] = dup_text(name.data());
-        if (names[i] == nullptr) rc = kNoMemory;
+        std::array<char, 10> name_buf{};
+        ATS_SNPRINTF(name_buf.data(), name_buf.size(), name_buf.size() - 1, "index_%zu", i);
+        const std::string_view name(name_buf.data());
+        std::string_view value;
+        const bool has_value = values.next(&value);
+        AtCmdParse* node = new_field(&name, has_value ? &value : nullptr);
+        if (node == nullptr) {
+            free_at_cmd(head);
+            return kNoMemory;
+        }
+        *tail = node;
+        tail = &node->next;
     }
-    if (rc == kOk) {
-        AtCmdParse* row = link_row(names, values, static_cast<int>(count));
-        if (row == nullptr) rc = kNoMemory;
-        else *result = row;
-    }
-    if (names != nullptr) release_strings({names, count});
-    if (values != nullptr) release_strings({values, count});
-    std::free(names);
-    std::free(values);
-    return rc;
+    *result = head;
+    return kOk;
 }
 
 }  // namespace
