@@ -14,11 +14,12 @@
 namespace ats {
 namespace {
 
-constexpr std::array<std::string_view, 28> kModemReports{{
+constexpr std::array<std::string_view, 30> kModemReports{{
     "^RSSI",     "^HCSQ",     "^SRVST",    "^MODE",      "^SYSINFO",  "^SYSINFOEX", "^SIMST",
     "^NWTIME",   "^NDISSTAT", "^APCONNST", "^SMMEMFULL", "+CMTI",     "+CMT",       "+CDS",
     "+CDSI",     "+CBM",      "^HCMGSS",   "^HCMGSF",    "+CUSD",     "RING",       "+CLIP",
     "^ORIG",     "^CONF",     "^CONN",     "^CEND",      "+CCWA",     "^ANQUERY",   "^CERSSI",
+    "^DSFLOWRPT", "^GPSFIX",
 }};
 
 // The reports the server answers requests from: GET_REPORT_REQ and the bare "^APCONNST".

@@ -384,7 +384,7 @@ std::string Engine::resolve(const std::string& ref, Context& ctx) {
         const Function* f = find_function(w[0]);
         if (!f) return {};
         const std::vector<std::string> args(w.begin() + 1, w.end());
-        Call call{*this, args, ctx.body, ctx.response};
+        Call call{*this, args, ctx.body, ctx.response, ctx.caps};
         return (*f)(call);
     }
     if (ref == "key") return std::to_string(ctx.key);

@@ -89,6 +89,8 @@ struct Call {
     const std::vector<std::string>& args;
     const std::string& body;  // the message body of the rule, if any
     Response* response;       // null outside a rule (timed lines)
+    const std::vector<std::string>& caps;  // the rule's captures, $0 (the whole line) to $9; raw
+                                           // bytes that arguments, split at blanks, cannot carry
 };
 using Function = std::string (*)(Call&);
 

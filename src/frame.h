@@ -27,8 +27,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <initializer_list>
 #include <span>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -449,6 +451,29 @@ T* alloc_records(int n) {
     return n > 0 ? static_cast<T*>(alloc_zeroed(static_cast<std::size_t>(n), sizeof(T))) : nullptr;
 }
 
+// How parse_pieces ended.
+enum class PiecesParsed { ok, no_memory, bad_piece };
+
+// One record per piece of a many-line reply, each piece parsed alone with the handler row `name`
+// of `table` so that a tree never holds more than one line; `store(record, row)` keeps what it
+// needs of the piece. `list` receives the array (zero-filled, the caller's to free()), or null
+// when it could not be allocated or a piece did not parse, in which case it is already freed.
+template <typename T, typename Store>
+PiecesParsed parse_pieces(const Pieces& pieces, const char* name, at_function_type table, T*& list, Store store) {
+    list = alloc_records<T>(pieces.count());
+    if (list == nullptr) return PiecesParsed::no_memory;
+    for (int i = 0; i < pieces.count(); ++i) {
+        ParseTree tree = parse_text(pieces[i], name, table);
+        if (!tree) {
+            std::free(list);
+            list = nullptr;
+            return PiecesParsed::bad_piece;
+        }
+        store(list[i], tree.row());
+    }
+    return PiecesParsed::ok;
+}
+
 // ---- Small helpers -------------------------------------------------------------------------
 
 // The size of a character array; refuses a pointer at compile time.
@@ -464,6 +489,20 @@ inline void copy_text(char (&dst)[N], const char* value) {
 template <std::size_t N>
 inline void copy_text(unsigned char (&dst)[N], const char* value) {
     if (value) ATS_strncpy_s(reinterpret_cast<char*>(dst), N, value, ATS_strlen_s(value));
+}
+
+// A text field of a caller's record, read no further than its width: an unterminated field is
+// taken whole and never read past.
+template <std::size_t N>
+inline std::string input_text(const char (&field)[N]) {
+    return std::string(field, strnlen(field, N));
+}
+
+// True when each of a caller's fixed-size text fields ends within its width. Formatting one that
+// does not would read past it into the fields that follow.
+template <std::size_t... N>
+inline bool terminated(const char (&... text)[N]) {
+    return (... && (std::memchr(text, '\0', N) != nullptr));
 }
 
 // Stores a number from the modem in an enum field as it is, also when it is none of the enum's

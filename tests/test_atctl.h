@@ -50,16 +50,18 @@ inline std::string slurp(const std::string& path) {
 }
 
 // Runs atctl with `args` in the environment of the test (ATAPI_RUN_DIR included); output goes
-// to files in `scratch`, so neither pipe can fill up and block the child. A hung atctl is left to
-// the test's own time limit.
-inline CliRun run_atctl(std::vector<std::string> args, const std::string& scratch) {
-    const std::string out_path = scratch + "/atctl.out", err_path = scratch + "/atctl.err";
+// to files in `scratch`, so neither pipe can fill up and block the child; standard input is
+// `input` (through a file in `scratch`). A hung atctl is left to the test's own time limit.
+inline CliRun run_atctl(std::vector<std::string> args, const std::string& scratch, const std::string& input = {}) {
+    const std::string out_path = scratch + "/atctl.out", err_path = scratch + "/atctl.err", in_path = scratch + "/atctl.in";
+    std::ofstream(in_path, std::ios::binary | std::ios::trunc) << input;
     args.insert(args.begin(), ATCTL_BIN);
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
     posix_spawn_file_actions_t fa;
     posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 0, in_path.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&fa, 1, out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&fa, 2, err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     pid_t pid = -1;

@@ -1,8 +1,6 @@
 // The data connection end to end: the library against modemsim's built-in default through
 // atserver, and `atctl data` dialling, reading and hanging up the simulated bearer.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <functional>
@@ -149,17 +147,7 @@ TEST(DataSim, VerboseOutputMasksPasswords) {
 
 // atctl as a child process, with `input` on its standard input.
 CliRun atctl(const e2e::Stack& stack, const std::vector<std::string>& args, const std::string& input = "") {
-    const std::string in_path = stack.dir() + "/atctl.in";
-    FILE* f = std::fopen(in_path.c_str(), "w");
-    std::fputs(input.c_str(), f);
-    std::fclose(f);
-    const int saved = dup(0), in = open(in_path.c_str(), O_RDONLY);
-    dup2(in, 0);
-    CliRun r = atctl_test::run_atctl(args, stack.dir());
-    dup2(saved, 0);
-    close(in);
-    close(saved);
-    return r;
+    return atctl_test::run_atctl(args, stack.dir(), input);
 }
 
 TEST(DataAtctl, DialStatusHangUp) {

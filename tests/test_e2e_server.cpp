@@ -53,7 +53,7 @@ bool exists(const std::string& path) {
 TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
     Stack s;
     ASSERT_TRUE(s.start());
-#define PDU "0011000D91683187654321F00000AA0AE8329BFD4697D9EC37"
+#define PDU "0011000B915155100032F40000AA0AE8329BFD4697D9EC37"
     run_rows({
         // command                 match        result          report
         {"AT+CSQ",                 "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},
@@ -64,17 +64,17 @@ TEST(E2eServer, DefaultScenarioRepliesReachTheCaller) {
         {"ATI",                    "IMEI",      AT_CMD_OK,      "IMEI: 001011234567895"},
         {"ATI",                    "",          AT_CMD_OK,      "Manufacturer: Example Modems\r\nModel: EM-LTE-1\r\n"
                                                                 "Revision: EM1.04.12\r\nIMEI: 001011234567895\r\n+GCAP: +CGSM,+DS,+ES"},
-        {"AT+CMGR=0",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 1,,24\r\n0891683108100005F0040D91683187654321F000006211221080002304D4F29C0E"},
+        {"AT+CMGR=0",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 1,,28\r\n07915155100005F0040B915155100032F40000423092516195800AE8329BFD4697D9EC37"},
         {"AT+CMGR=9",              "+CMGR:",    AT_CMS_ERROR,   "+CMS ERROR: 321"},
-        {"AT+COPS=1,2,\"46011\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},
+        {"AT+COPS=1,2,\"00103\",7", "+COPS:",   AT_CME_ERROR,   "+CME ERROR: 32"},
         {"AT+NOSUCH",              "",          AT_ERROR,       ""},
         {"AT+CSQ\r",               "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // one terminator, not two
         {"ATE0",                   "",          AT_CMD_OK,      ""},
         {"AT+CSQ",                 "+CSQ",      AT_CMD_OK,      "+CSQ: 23,99"},  // and without echo
         // A body goes after the prompt, up to Ctrl-Z or, without one, the first NUL.
-        {"AT+CMGW=24,2\r" PDU "\x1aGARBAGE", "+CMGW:", AT_CMD_OK, "+CMGW: 2"},
-        {"AT+CMGS=24\r" PDU,       "+CMGS:",    AT_CMD_OK,      "+CMGS: 1"},
-        {"AT+CMGR=2",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 2,,24\r\n" PDU},
+        {"AT+CMGW=23,2\r" PDU "\x1aGARBAGE", "+CMGW:", AT_CMD_OK, "+CMGW: 2"},
+        {"AT+CMGS=23\r" PDU,       "+CMGS:",    AT_CMD_OK,      "+CMGS: 1"},
+        {"AT+CMGR=2",              "+CMGR:",    AT_CMD_OK,      "+CMGR: 2,,23\r\n" PDU},
         {"AT+CMGD=2,0",            "",          AT_CMD_OK,      ""},
         {"AT+CMGD=?",              "+CMGD:",    AT_CMD_OK,      "+CMGD: (0,1),(0-4)"},
         {"AT+CMGD=0,4",            "",          AT_CMD_OK,      ""},

@@ -100,7 +100,7 @@ TEST(SimE2e, DefaultScenarioAnswersEveryFunction) {
              const int rc = AT_Csim(&p);
              return rc_and(rc, p.cmd_response);
          }, "0:9000"},
-        {"service-provider name", [] { nvramcontnetres r{}; const int rc = at_spn_get(&r); return rc_and(rc, r.Code); }, "0:CMCC"},
+        {"service-provider name", [] { nvramcontnetres r{}; const int rc = at_spn_get(&r); return rc_and(rc, r.Code); }, "0:" + var("spn_name")},
     });
 }
 
@@ -201,7 +201,7 @@ TEST_F(AtctlSim, PinActionsFromLockedToUnblocked) {
     atctl_test::expect_fields(atctl_test::parse_json(j.out).value_or(Json{}),
                               {{"cpin", "state", "'READY'"}, {"cpin", "pin_times", "3"}, {"clck", "enabled", "true"},
                                {"cardmode", "card", "'USIM'"}, {"iccid", "iccid", "'" + var("iccid") + "'"},
-                               {"cnum", "number", "'" + var("own_number") + "'"}, {"spn", "name", "'CMCC'"},
+                               {"cnum", "number", "'" + var("own_number") + "'"}, {"spn", "name", "'" + var("spn_name") + "'"},
                                {"mnc_length", "mnc_length", var("mnc_len")}});
 }
 

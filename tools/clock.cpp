@@ -27,19 +27,6 @@ int host_zone() {
     return static_cast<int>(local.tm_gmtoff / (15 * 60));
 }
 
-// The clock read arrives with the operator-selection family of the library. Until a build has
-// it, the call is compiled out and the section says so, instead of atctl failing to link.
-template <typename Rec>
-int check_clock(Rec* rec, bool* supported) {
-    if constexpr (requires { AT_CCLK_CHECK(rec); }) {
-        *supported = true;
-        return AT_CCLK_CHECK(rec);
-    } else {
-        *supported = false;
-        return -1;
-    }
-}
-
 // Offset of local time from universal time in quarter hours, as the network codes it: --zone,
 // else this host's zone. Under a day either way: the conversion shifts the date by one day at most.
 std::optional<int> given_zone(const Invocation& inv) {
@@ -57,14 +44,8 @@ void run_clock(const Invocation& inv, Report& report) {
     Section& s = report.section("cclk", "modem clock (+CCLK)", "clock");
     if (s.skipped()) return;
     ST_AT_TIME utc{};
-    utc.AtExeResult = kUnset;
-    bool supported = false;
-    const int rc = check_clock(&utc, &supported);
-    if (!supported) {
-        s.mark_unsupported();
-        return;
-    }
-    if (!s.check(rc)) return;
+    // The clock read writes only the date and time fields and reports an error reply as -1.
+    if (!s.check(AT_CCLK_CHECK(&utc))) return;
 
     utc.time_zone = given.value_or(host_zone());
     ST_AT_TIME local{};
