@@ -9,6 +9,7 @@ constexpr char kTraceSource[] = "src/at_parse";
 #include <unistd.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -30,15 +31,16 @@ std::string_view bounded(std::string_view text) noexcept {
 
 int pid() noexcept { return static_cast<int>(getpid()); }
 
-// One group node per "(...)" in `reply`, each labelled `label` with the row of `names`.
+// One group node per "(...)" in `reply` (at most `max_groups`), each labelled `label` with the
+// row of `names`.
 int band_list(AtCmdParse** out, std::string_view names_text, std::string_view reply,
-              const char* label) noexcept {
+              const char* label, size_t max_groups = SIZE_MAX) noexcept {
     const std::string_view names = trim(bounded<128>(names_text), " ()");
     AtCmdParse* head = nullptr;
     AtCmdParse** tail = &head;
     std::string_view group;
     size_t pos = 0;
-    while (next_group(reply, pos, &group, &pos)) {
+    for (size_t built = 0; built < max_groups && next_group(reply, pos, &group, &pos); ++built) {
         // The first pair of a "((" list still carries the outer bracket.
         group = trim(group, " (");
         AtCmdParse* node = new_group(label);
@@ -324,7 +326,9 @@ extern "C" int parse_syscfgex_at_str(AtCmdParse** result, const char* parse_cont
     if (ok) {
         ATS_TRACE(INFO, "parse_syscfgex_at_str bandlist success.(begin_value=%s)\n",
                   TraceText(r_band).text.data());
-        ok = band_list(&bands, t_band, r_band, "bandlist") == kOk;
+        // Readers of this tree see one band entry: the first band pair, then the LTE list, so
+        // the other pairs are not built.
+        ok = band_list(&bands, t_band, r_band, "bandlist", 1) == kOk;
     }
     if (const size_t lte_open = ok ? reply.find("((", r_pos) : kNpos; lte_open != kNpos) {
         // The roaming and service-domain groups before the LTE list are skipped.
@@ -340,10 +344,7 @@ extern "C" int parse_syscfgex_at_str(AtCmdParse** result, const char* parse_cont
         free_at_cmd(bands);
         return kBadArgument;
     }
-    // Readers of this tree see one band entry: the first band pair, then the LTE list. The
-    // other band pairs are released rather than left unreachable.
     if (bands != nullptr) {
-        free_at_cmd(bands->plist);
         bands->plist = lte;
         orders->plist = bands;
     } else {

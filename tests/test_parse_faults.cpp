@@ -54,7 +54,7 @@ TEST(AllocationFailure, EveryAllocationOfEveryParser) {
         {parse_syscfg_at_str, "^SYSCFG:(modes),(acqorders),((band,band_name)),(roman),(srvdomain)", "^SYSCFG",
          "^SYSCFG:(2,13),(0-3),((80000,\"GSM900\"),(400000,\"WCDMA\")),(0-2),(0-4)", -2, 14},
         {parse_syscfgex_at_str, "^SYSCFGEX:(acqorders),((band,band_name)),(roams),(srvdomains),((lteband,lteband_name))",
-         "^SYSCFGEX", "^SYSCFGEX: (\"00\",\"03\"),((1,\"A\"),(2,\"B\")),(0-2),(0-4),((10,\"L\"),(20,\"M\"))", -2, 15},  // one band pair is built, then cut off
+         "^SYSCFGEX", "^SYSCFGEX: (\"00\",\"03\"),((1,\"A\"),(2,\"B\")),(0-2),(0-4),((10,\"L\"),(20,\"M\"))", -2, 12},  // only the first band pair is built
         {parse_ndisstatqry_at_str, "^NDISSTATQRY:(cid)", "^NDISSTATQRY", "^NDISSTATQRY: (1,2)", -2, 3},
         {parse_lteprofile_at_str, "^LTEPROFILE:(mode1,mode2),(indexs)", "^LTEPROFILE", "^LTEPROFILE: (0,1),(1-11)", -2, 5},
         {parse_sms_index_list_at_str, "+CMGD:index_0,...indexN", "+CMGD", "+CMGD: (1,2,5),(0-4)", -5, 3},
