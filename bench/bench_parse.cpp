@@ -105,10 +105,15 @@ void report_per_reply(benchmark::State& state, size_t replies, size_t allocs_bef
     state.SetItemsProcessed(static_cast<int64_t>(replies));
 }
 
+// Every node of the tree: the rows along plist, the fields of each row along next, and the
+// lists that hang from a field's plist (the groups of a band or operator list).
 size_t count_nodes(const AtCmdParse* tree) {
     size_t n = 0;
     for (const AtCmdParse* row = tree; row != nullptr; row = row->plist) {
-        for (const AtCmdParse* field = row; field != nullptr; field = field->next) ++n;
+        for (const AtCmdParse* field = row; field != nullptr; field = field->next) {
+            ++n;
+            if (field != row) n += count_nodes(field->plist);
+        }
     }
     return n;
 }
