@@ -335,6 +335,11 @@ AtServer::Queued AtServer::take_fifo(std::list<Queued>::iterator it) {
 }
 
 void AtServer::accept(const msg_q& req, Clock::time_point arrived) {
+    // A client that sends again has its last reply: the library takes every reply of its thread
+    // off the queue before it sends, so no system call is spent looking for it when the next
+    // reply goes out. A reply that one which does not collect leaves behind is no longer
+    // tracked, and the next shortage of room takes it off (make_reply_room).
+    waiting_.erase(req.client_id);
     // A thread has one request in flight: an earlier one still queued was given up.
     if (const auto it = fifo_by_client_.find(req.client_id); it != fifo_by_client_.end()) {
         const Queued old = take_fifo(it->second);
@@ -778,8 +783,11 @@ bool AtServer::look_for_thread(int32_t client, Waiting& w, Clock::time_point now
 // left for kCollectGrace go.
 bool AtServer::make_reply_room() {
     const auto now = Clock::now();
-    bool some_can_go = false;
+    // More replies on the queue than are tracked: some belong to clients that sent again without
+    // collecting them (the entry went with the new request), and nobody will collect those.
+    bool some_can_go = replies_on_queue() > static_cast<int>(waiting_.size());
     for (auto& [client, w] : waiting_) {
+        if (some_can_go) break;
         if (now >= w.expires || now - w.since >= kCollectGrace || look_for_thread(client, w, now)) {
             some_can_go = true;
             break;

@@ -168,8 +168,10 @@ private:
     std::map<std::string, std::string> reports_;  // last report of each kind, by name
 
     std::deque<Pending> outbox_;  // replies waiting for room on the reply queue
-    // By client: the reply of ours that may still be on the queue, at most one (a newer reply
-    // takes the older off). All go when the queue is seen empty.
+    // By client: the reply of ours that may still be on the queue (a newer reply takes the older
+    // off). A client that sends again has collected it (the library takes its replies off before
+    // it sends), so its entry goes then; all go when the queue is seen empty. A reply on the
+    // queue without an entry is one nobody collects.
     std::unordered_map<int32_t, Waiting> waiting_;
     int reply_capacity_ = 0;   // records the reply queue holds
     int high_water_ = 0;       // replies on the queue before the next command waits
