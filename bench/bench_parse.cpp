@@ -1,13 +1,19 @@
-// bench_parse - the reply parser on a corpus of typical replies, beside a zero-allocation
-// in-place tokenizer over the same replies as the floor to compare against.
+// bench_parse - the reply parser on a corpus of typical replies, beside two trees built here
+// over the same replies: a plain one with a heap block per node, name and value (the cost the
+// parser must not exceed) and a zero-allocation in-place tokenizer (the floor).
 //
 // Reports per reply: time, and heap allocations ("allocs_per_reply"), counted by a malloc that
-// this program interposes for itself and the library.
+// this program interposes for itself and the library; for the parser also the nodes it builds
+// ("nodes_per_reply"). A summary after the runs sets the three side by side.
 #include <benchmark/benchmark.h>
 
 #include <array>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <map>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,6 +27,9 @@ extern "C" void __libc_free(void*);
 
 namespace {
 size_t g_allocs = 0;
+// Replies of every run of each benchmark, so that an instruction count taken over the whole
+// program (callgrind) can be divided by them.
+size_t g_replies[3] = {};
 }
 
 extern "C" void* malloc(size_t n) {
@@ -96,6 +105,19 @@ void report_per_reply(benchmark::State& state, size_t replies, size_t allocs_bef
     state.SetItemsProcessed(static_cast<int64_t>(replies));
 }
 
+// Every node of the tree: the rows along plist, the fields of each row along next, and the
+// lists that hang from a field's plist (the groups of a band or operator list).
+size_t count_nodes(const AtCmdParse* tree) {
+    size_t n = 0;
+    for (const AtCmdParse* row = tree; row != nullptr; row = row->plist) {
+        for (const AtCmdParse* field = row; field != nullptr; field = field->next) {
+            ++n;
+            if (field != row) n += count_nodes(field->plist);
+        }
+    }
+    return n;
+}
+
 void BM_AtCmdParse(benchmark::State& state) {
     ReportBuf buf{};
     std::array<std::array<char, 16>, kCorpusSize> names{};
@@ -103,6 +125,7 @@ void BM_AtCmdParse(benchmark::State& state) {
         strncpy_s(names[i].data(), names[i].size(), kCorpus[i].name, names[i].size() - 1);
     }
     size_t replies = 0;
+    size_t nodes = 0;
     const size_t allocs_before = g_allocs;
     for (auto _ : state) {
         for (size_t i = 0; i < kCorpusSize; ++i) {
@@ -115,11 +138,14 @@ void BM_AtCmdParse(benchmark::State& state) {
                 return;
             }
             benchmark::DoNotOptimize(tree);
+            if (replies < kCorpusSize) nodes += count_nodes(tree);
             free_at_cmd(tree);
             ++replies;
         }
     }
     report_per_reply(state, replies, allocs_before);
+    state.counters["nodes_per_reply"] = static_cast<double>(nodes) / static_cast<double>(kCorpusSize);
+    g_replies[0] += replies;
 }
 BENCHMARK(BM_AtCmdParse);
 
@@ -210,9 +236,128 @@ void BM_InPlaceTokenizer(benchmark::State& state) {
         }
     }
     report_per_reply(state, replies, allocs_before);
+    g_replies[2] += replies;
 }
 BENCHMARK(BM_InPlaceTokenizer);
 
+// --- Baseline: the same fields as a plain tree, one heap block per node, name and value. -------
+
+char* copy_text(std::string_view text) {
+    auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return copy;
+}
+
+void free_plain(AtCmdParse* field) {
+    while (field != nullptr) {
+        AtCmdParse* next = field->next;
+        std::free(field->AtFieldName);
+        std::free(field->AtFieldValue);
+        std::free(field);
+        field = next;
+    }
+}
+
+AtCmdParse* plain_tree(const std::array<Field, kMaxTokens * 4>& fields, size_t n) {
+    AtCmdParse* head = nullptr;
+    AtCmdParse** tail = &head;
+    for (size_t i = 0; i < n; ++i) {
+        auto* node = static_cast<AtCmdParse*>(std::malloc(sizeof(AtCmdParse)));
+        if (node == nullptr) break;
+        *node = AtCmdParse{};
+        node->AtFieldName = fields[i].name.empty() ? nullptr : copy_text(fields[i].name);
+        node->AtFieldValue = copy_text(fields[i].value);
+        *tail = node;
+        tail = &node->next;
+    }
+    return head;
+}
+
+void BM_MallocPerFieldTree(benchmark::State& state) {
+    ReportBuf buf{};
+    std::array<Field, kMaxTokens * 4> fields{};
+    size_t replies = 0;
+    size_t nodes = 0;
+    const size_t allocs_before = g_allocs;
+    for (auto _ : state) {
+        for (const Reply& r : kCorpus) {
+            load(buf, r.text);
+            const size_t n = tokenize(r.templ, std::string_view(buf.data()), r.name, fields);
+            if (replies < kCorpusSize) nodes += n;
+            AtCmdParse* tree = plain_tree(fields, n);
+            if (tree == nullptr) {
+                state.SkipWithError("a corpus reply gave no field");
+                return;
+            }
+            benchmark::DoNotOptimize(tree);
+            free_plain(tree);
+            ++replies;
+        }
+    }
+    report_per_reply(state, replies, allocs_before);
+    state.counters["nodes_per_reply"] = static_cast<double>(nodes) / static_cast<double>(kCorpusSize);
+    g_replies[1] += replies;
+}
+BENCHMARK(BM_MallocPerFieldTree);
+
+// Keeps each benchmark's figures for the summary after the usual table.
+class SummaryReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
+            Figures& f = figures[run.run_name.function_name];
+            for (const char* key : {"ns_per_reply", "allocs_per_reply", "nodes_per_reply"}) {
+                const auto it = run.counters.find(key);
+                if (it != run.counters.end()) f.sum[key] += it->second.value;
+            }
+            ++f.runs;
+        }
+    }
+    double mean(const char* bench, const char* key) const {
+        const auto it = figures.find(bench);
+        if (it == figures.end() || it->second.runs == 0) return 0;
+        const auto v = it->second.sum.find(key);
+        return v == it->second.sum.end() ? 0 : v->second / it->second.runs;
+    }
+
+private:
+    struct Figures {
+        std::map<std::string, double> sum;
+        int runs = 0;
+    };
+    std::map<std::string, Figures> figures;
+};
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    SummaryReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    // The counter is an inverted rate: seconds of CPU per reply.
+    const double parse = reporter.mean("BM_AtCmdParse", "ns_per_reply") * 1e9;
+    const double plain = reporter.mean("BM_MallocPerFieldTree", "ns_per_reply") * 1e9;
+    const double floor = reporter.mean("BM_InPlaceTokenizer", "ns_per_reply") * 1e9;
+    const double nodes = reporter.mean("BM_AtCmdParse", "nodes_per_reply");
+    const double allocs = reporter.mean("BM_AtCmdParse", "allocs_per_reply");
+    std::printf("\nsummary (mean over %zu replies of the corpus, every run of each benchmark):\n", kCorpusSize);
+    std::printf("  at_cmd_parse + free_at_cmd   %8.1f ns/reply  %5.2f allocations per node (%.1f nodes)\n",
+                parse, nodes > 0 ? allocs / nodes : 0.0, nodes);
+    const double plain_nodes = reporter.mean("BM_MallocPerFieldTree", "nodes_per_reply");
+    std::printf("  plain malloc-per-field tree  %8.1f ns/reply  %5.2f allocations per node (%.1f nodes)\n", plain,
+                plain_nodes > 0 ? reporter.mean("BM_MallocPerFieldTree", "allocs_per_reply") / plain_nodes : 0.0,
+                plain_nodes);
+    std::printf("  in-place tokenizer           %8.1f ns/reply\n", floor);
+    std::printf("  replies in all runs: parser %zu, plain tree %zu, tokenizer %zu\n", g_replies[0], g_replies[1],
+                g_replies[2]);
+    if (plain > 0 && floor > 0) {
+        std::printf("  parser / plain tree %.2fx, parser / tokenizer %.2fx\n", parse / plain, parse / floor);
+    }
+    return 0;
+}

@@ -38,9 +38,16 @@ extern "C" int memcpy_s(void* dest, size_t destMax, const void* src, size_t coun
 extern "C" int memset_s(void* dest, size_t destMax, int c, size_t count) {
     if (!dest_ok(dest, destMax)) return -1;
     size_t n = count < destMax ? count : destMax;
-    // volatile so that wiping a record that held a password is not optimised away
+#if defined(__GNUC__) || defined(__clang__)
+    std::memset(dest, c, n);
+    // The empty asm claims to read the memory behind dest, so a wipe of a record that held a
+    // password just before it dies is not dropped as a dead store, and it still runs at memset's
+    // speed (the records wiped are 1600 bytes, on every exchange).
+    __asm__ __volatile__("" : : "r"(dest) : "memory");
+#else
     volatile unsigned char* p = static_cast<volatile unsigned char*>(dest);
     for (size_t i = 0; i < n; ++i) p[i] = static_cast<unsigned char>(c);
+#endif
     return count > destMax ? -1 : 0;
 }
 

@@ -39,15 +39,26 @@ constexpr size_t kInboxReserve = 256;  // beyond that, first requests of live th
 constexpr size_t kFifoMax = 256;       // commands waiting for the modem
 constexpr size_t kOutboxMax = 64;      // replies waiting for room on the reply queue
 constexpr size_t kWaitingMax = 256;    // replies tracked on the queue before a sweep
-constexpr int kDrainMax = 16;          // requests the event loop takes from the queue at a time
 constexpr size_t kMaxLine = 4096;
 constexpr size_t kReadChunk = 64 * 1024;  // modem bytes taken between two looks at the clients
-constexpr int kReplyHighWater = 8;   // replies on the queue before the next command waits
-constexpr auto kTick = 50ms;         // lost-signal safety net for the request queue
-constexpr auto kBusyTick = 2ms;      // while replies wait for room
+// Where the process may (root), both queues hold a record per client the server can have in
+// hand (its FIFO, the command at the modem, the replies in memory), so that replies left for a
+// while never make a command wait.
+constexpr int kWideQueueRecords = static_cast<int>(kFifoMax + 1 + kOutboxMax);
+constexpr int kHighWaterGap = 2;     // free places kept on the reply queue before a command starts
+// While commands wait for room on the reply queue, it is counted again this often: clients that
+// wait with the low-latency wait collect within a fraction of a millisecond.
+constexpr auto kBusyTick = 250us;
+// The longest a request waits in the inbox while a command is at the modem: long enough not to
+// wake the loop for each request of a busy server, short enough for the requests that are
+// answered at once (stored reports, aborts) during a long command.
+constexpr auto kInboxLatency = 50ms;
 constexpr auto kGcEvery = 500ms;
 constexpr auto kSummaryEvery = 1s;   // drop counters are traced at most this often
 constexpr auto kReplyGrace = 2s;     // a client's wait ends time_out after it sent
+// A client collects within 10 ms, or a little later when its wait has grown: a reply still
+// tracked after this has its thread looked for, once.
+constexpr auto kOverdue = 250ms;
 // A client polls its reply every 10 ms; one that has left a reply for this long while others
 // need the room is not collecting.
 constexpr auto kCollectGrace = 1s;
@@ -104,13 +115,19 @@ bool AtServer::start(std::string* error) {
     const std::string run_dir = ATS_run_dir();
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGHUP);
     // Blocked before any thread starts, so that every thread inherits the mask.
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    // Every client sends SIGUSR1 with each request; the intake threads wait in their receive
+    // already, so the signal is discarded where it is sent instead of waking the loop.
+    sigset_t usr1;
+    sigemptyset(&usr1);
+    sigaddset(&usr1, SIGUSR1);
+    pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
+    signal(SIGUSR1, SIG_IGN);
     sig_fd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     wake_fd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (sig_fd_ < 0 || wake_fd_ < 0) {
@@ -175,8 +192,34 @@ bool AtServer::create_queues(std::string* error) {
         } junk{};
         while (msgrcv(q, &junk, sizeof junk.text, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
         }
+        widen_queue(q);
     }
+    msqid_ds ds{};
+    const auto records = msgctl(snd_q_, IPC_STAT, &ds) == 0 ? ds.msg_qbytes / kRecordText : kQueueMsgs;
+    reply_capacity_ = static_cast<int>(std::min<unsigned long>(records, kWideQueueRecords));
+    high_water_ = std::max(1, reply_capacity_ - kHighWaterGap);
     return true;
+}
+
+// A process that may exceed the system's queue size limit (root with CAP_SYS_RESOURCE) gets the
+// wide queue; any other gets what the limit (kernel.msgmnb) allows, which by default is the
+// 16 KiB it was created with, and so keeps the gate of eight waiting replies.
+void AtServer::widen_queue(int q) {
+    msqid_ds ds{};
+    if (msgctl(q, IPC_STAT, &ds) != 0) return;
+    const msglen_t wide = static_cast<msglen_t>(kWideQueueRecords) * kRecordText;
+    if (ds.msg_qbytes >= wide) return;
+    const msglen_t was = ds.msg_qbytes;
+    ds.msg_qbytes = wide;
+    if (msgctl(q, IPC_SET, &ds) == 0) return;
+    unsigned long limit = 0;
+    if (FILE* f = std::fopen("/proc/sys/kernel/msgmnb", "r")) {
+        if (std::fscanf(f, "%lu", &limit) != 1) limit = 0;
+        std::fclose(f);
+    }
+    ds.msg_qbytes = static_cast<msglen_t>(std::min<unsigned long>(limit, wide));
+    if (ds.msg_qbytes <= was || msgctl(q, IPC_SET, &ds) != 0)
+        ATS_TRACE(INFO, "queue %d keeps its size of %lu bytes\n", q, static_cast<unsigned long>(was));
 }
 
 void AtServer::cleanup() {
@@ -256,24 +299,18 @@ void AtServer::admit(const msg_q& req) {
         ++mine;
         wake = inbox_.empty();
         inbox_.push_back({req, Clock::now()});
-        inbox_size_.store(inbox_.size(), std::memory_order_relaxed);
+        inbox_size_.store(inbox_.size(), std::memory_order_seq_cst);
     }
+    // A loop that is awake, or asleep until the modem answers, looks at the inbox before it
+    // sleeps again; only one asleep with nothing to do needs waking.
     const uint64_t one = 1;
-    if (wake && write(wake_fd_, &one, sizeof one) < 0) { /* the counter is saturated: already awake */ }
-}
-
-void AtServer::drain_request_queue() {
-    msg_q m;
-    for (int i = 0; i < kDrainMax && rcv_q_ != -1; ++i) {
-        const int got = receive_request(rcv_q_, IPC_NOWAIT, &m);
-        if (got < 0) return;
-        if (got > 0) accept(m, Clock::now());
+    if (wake && wake_me_.load(std::memory_order_seq_cst) && write(wake_fd_, &one, sizeof one) < 0) {
+        /* the counter is saturated: already awake */
     }
 }
 
 void AtServer::take_inbox() {
-    uint64_t n = 0;
-    if (read(wake_fd_, &n, sizeof n) < 0) { /* nothing signalled */ }
+    if (inbox_size_.load(std::memory_order_seq_cst) == 0) return;
     taking_.clear();
     {
         std::lock_guard lock(inbox_mu_);
@@ -298,6 +335,11 @@ AtServer::Queued AtServer::take_fifo(std::list<Queued>::iterator it) {
 }
 
 void AtServer::accept(const msg_q& req, Clock::time_point arrived) {
+    // A client that sends again has its last reply: the library takes every reply of its thread
+    // off the queue before it sends, so no system call is spent looking for it when the next
+    // reply goes out. A reply that one which does not collect leaves behind is no longer
+    // tracked, and the next shortage of room takes it off (make_reply_room).
+    waiting_.erase(req.client_id);
     // A thread has one request in flight: an earlier one still queued was given up.
     if (const auto it = fifo_by_client_.find(req.client_id); it != fifo_by_client_.end()) {
         const Queued old = take_fifo(it->second);
@@ -361,6 +403,7 @@ void AtServer::accept(const msg_q& req, Clock::time_point arrived) {
     if (fifo_.size() >= kFifoMax && !fifo_room(req, arrived)) return;
     fifo_.push_back({req, arrived});
     fifo_by_client_[req.client_id] = std::prev(fifo_.end());
+    next_expiry_ = std::min(next_expiry_, deadline_of(req, arrived));
 }
 
 // The FIFO is full, which only many client ids at once can do. Requests of threads that are gone
@@ -385,11 +428,16 @@ bool AtServer::fifo_room(const msg_q& req, Clock::time_point arrived) {
 
 void AtServer::expire_queued() {
     const auto now = Clock::now();
+    if (now < next_expiry_) return;
+    next_expiry_ = Clock::time_point::max();
     for (auto it = fifo_.begin(); it != fifo_.end();) {
         auto next = std::next(it);
-        if (now >= deadline_of(it->msg, it->arrived)) {
+        const auto deadline = deadline_of(it->msg, it->arrived);
+        if (now >= deadline) {
             const Queued q = take_fifo(it);
             reply(q.msg, q.arrived, AT_CMD_TIMEOUT, {});
+        } else {
+            next_expiry_ = std::min(next_expiry_, deadline);
         }
         it = next;
     }
@@ -651,7 +699,7 @@ void AtServer::reply(const msg_q& req, Clock::time_point arrived, int ret_val, s
 
 void AtServer::deliver(const msg_q& r, Clock::time_point expires) {
     const auto now = Clock::now();
-    Waiting w{r.seq, now, expires, !thread_alive(r.client_id)};
+    Waiting w{r.seq, now, expires};
     // One reply waits per client: a thread that sent a newer request gave up on the older one,
     // and one that collects nothing keeps its first "since", so it is found out.
     if (const auto it = waiting_.find(r.client_id); it != waiting_.end()) {
@@ -669,7 +717,8 @@ void AtServer::deliver(const msg_q& r, Clock::time_point expires) {
     outbox_.push_back({r, w});
     if (outbox_.size() > kOutboxMax) {
         // Replies of threads that are gone go first, else the oldest.
-        auto victim = std::find_if(outbox_.begin(), outbox_.end(), [](const Pending& p) { return p.w.gone; });
+        auto victim = std::find_if(outbox_.begin(), outbox_.end(),
+                                   [&](Pending& p) { return look_for_thread(p.msg.client_id, p.w, now); });
         outbox_.erase(victim == outbox_.end() ? outbox_.begin() : victim);
         ++replies_removed_;
     }
@@ -677,8 +726,14 @@ void AtServer::deliver(const msg_q& r, Clock::time_point expires) {
 
 bool AtServer::send_reply(const msg_q& r, const Waiting& w) {
     if (ATS_msgQex_send(snd_q_, const_cast<msg_q*>(&r), sizeof r, 0) != ATS_TRUE) return false;
+    // The first reply tracked starts the sweeps' clock.
+    if (waiting_.empty()) next_gc_ = std::max(next_gc_, w.since + kGcEvery);
     waiting_[r.client_id] = w;
-    if (waiting_.size() > kWaitingMax) sweep_replies(false);
+    ++maybe_on_queue_;
+    if (waiting_.size() > kWaitingMax) {
+        check_replies(Clock::now());
+        if (waiting_.size() > kWaitingMax) sweep_replies(false);
+    }
     return true;
 }
 
@@ -700,10 +755,28 @@ void AtServer::flush_outbox() {
     }
 }
 
+int AtServer::replies_on_queue() {
+    const int n = ATS_msgQ_num(snd_q_);
+    maybe_on_queue_ = n < 0 ? high_water_ : n;
+    if (n == 0) waiting_.clear();  // every reply sent so far has been collected
+    return maybe_on_queue_;
+}
+
+// The queue is counted only when the replies sent since the last count could have filled it.
 bool AtServer::reply_room() {
     if (!outbox_.empty()) return false;
-    if (ATS_msgQ_num(snd_q_) < kReplyHighWater) return true;
-    return make_reply_room() && ATS_msgQ_num(snd_q_) < kReplyHighWater;
+    if (maybe_on_queue_ < high_water_ || replies_on_queue() < high_water_) return true;
+    return make_reply_room() && replies_on_queue() < high_water_;
+}
+
+// True, with `w` updated, when the client's thread no longer exists. A thread is looked for at
+// most once per kCollectGrace: /proc is asked only about replies that wait too long.
+bool AtServer::look_for_thread(int32_t client, Waiting& w, Clock::time_point now) {
+    if (!w.gone && now - w.checked >= kCollectGrace) {
+        w.checked = now;
+        w.gone = !thread_alive(client);
+    }
+    return w.gone;
 }
 
 // Replies nobody collects must not hold the modem or the others' replies: when room is short,
@@ -711,15 +784,22 @@ bool AtServer::reply_room() {
 // left for kCollectGrace go.
 bool AtServer::make_reply_room() {
     const auto now = Clock::now();
-    const bool some_can_go = std::any_of(waiting_.begin(), waiting_.end(), [&](const auto& kv) {
-        const Waiting& w = kv.second;
-        return w.gone || now >= w.expires || now - w.since >= kCollectGrace;
-    });
+    // More replies on the queue than are tracked: some belong to clients that sent again without
+    // collecting them (the entry went with the new request), and nobody will collect those.
+    bool some_can_go = replies_on_queue() > static_cast<int>(waiting_.size());
+    for (auto& [client, w] : waiting_) {
+        if (some_can_go) break;
+        if (now >= w.expires || now - w.since >= kCollectGrace || look_for_thread(client, w, now)) {
+            some_can_go = true;
+            break;
+        }
+    }
     return some_can_go && sweep_replies(true);
 }
 
 // Takes every reply off the queue once and puts back those that may still be collected; after
-// it, waiting_ holds exactly what is on the queue. True when something went.
+// it, waiting_ holds exactly what is on the queue. True when something went. Only under pressure
+// (or with more clients tracked than kWaitingMax): it costs two system calls per reply.
 bool AtServer::sweep_replies(bool pressure) {
     const auto now = Clock::now();
     const int n = ATS_msgQ_num(snd_q_);
@@ -730,7 +810,8 @@ bool AtServer::sweep_replies(bool pressure) {
     for (int i = 0; i < n && ATS_msgQex_recv(snd_q_, &m, sizeof m, 0, 0) > 0; ++i) {
         const auto it = waiting_.find(m.client_id);
         const bool stale = it == waiting_.end() || it->second.seq != m.seq || now >= it->second.expires ||
-                           (pressure && now - it->second.since >= kCollectGrace) || !thread_alive(m.client_id);
+                           (pressure && now - it->second.since >= kCollectGrace) ||
+                           look_for_thread(m.client_id, it->second, now);
         if (stale) {
             ++replies_removed_;
             freed = true;
@@ -740,12 +821,34 @@ bool AtServer::sweep_replies(bool pressure) {
         back.push_back(m);
     }
     waiting_.swap(kept);
+    maybe_on_queue_ = 0;
     for (msg_q& r : back) {
-        if (ATS_msgQex_send(snd_q_, &r, sizeof r, 0) == ATS_TRUE) continue;
+        if (ATS_msgQex_send(snd_q_, &r, sizeof r, 0) == ATS_TRUE) {
+            ++maybe_on_queue_;
+            continue;
+        }
         outbox_.push_front({r, waiting_[r.client_id]});
         waiting_.erase(r.client_id);
     }
     return freed;
+}
+
+// The sweep without pressure: no system call per reply. The queue is counted (an empty one
+// settles every entry); replies past their client's wait are taken off by type, and those left
+// longer than kOverdue have their thread looked for once, so that the replies of threads that
+// are gone do not wait for their time-out.
+void AtServer::check_replies(Clock::time_point now) {
+    if (replies_on_queue() == 0) return;
+    for (auto it = waiting_.begin(); it != waiting_.end();) {
+        Waiting& w = it->second;
+        const bool overdue = now - w.since >= kOverdue && w.checked == Clock::time_point{};
+        if (now >= w.expires || (overdue && look_for_thread(it->first, w, now))) {
+            remove_replies(it->first);
+            it = waiting_.erase(it);
+            continue;
+        }
+        ++it;
+    }
 }
 
 // ---- time ----------------------------------------------------------------------------------
@@ -760,24 +863,22 @@ void AtServer::on_tick() {
         begin_resync("a time-out");
     }
     if (resync_ && port_.is_open()) resync_tick(now);
-    if (now >= next_queue_poll_) {
-        drain_request_queue();
-        next_queue_poll_ = now + kTick;
-    }
     flush_outbox();
-    if (now >= next_gc_) {
-        std::erase_if(outbox_, [&](const Pending& p) {
-            const bool stale = now >= p.w.expires || !thread_alive(p.msg.client_id);
+    if ((!waiting_.empty() || !outbox_.empty()) && now >= next_gc_) {
+        std::erase_if(outbox_, [&](Pending& p) {
+            const bool stale = now >= p.w.expires || look_for_thread(p.msg.client_id, p.w, now);
             replies_removed_ += stale ? 1 : 0;
             return stale;
         });
-        sweep_replies(!outbox_.empty() || ATS_msgQ_num(snd_q_) >= kReplyHighWater);
+        if (!outbox_.empty() || replies_on_queue() >= high_water_) sweep_replies(true);
+        else check_replies(now);
         next_gc_ = now + kGcEvery;
     }
-    if (now >= next_summary_) {
+    if (now >= next_summary_ && drops_to_report()) {
         report_drops();
         next_summary_ = now + kSummaryEvery;
     }
+    take_inbox();
     expire_queued();
     start_next();
 }
@@ -792,21 +893,44 @@ void AtServer::report_drops() {
     requests_refused_ = replies_removed_ = lines_dropped_ = 0;
 }
 
-int AtServer::poll_timeout_ms() const {
+bool AtServer::drops_to_report() const {
+    return requests_dropped_ != 0 || bad_records_ != 0 || intake_errors_ != 0 || requests_refused_ != 0 ||
+           replies_removed_ != 0 || lines_dropped_ != 0;
+}
+
+// How long the loop may sleep: until the next thing that is due, or for ever when nothing is.
+std::optional<std::chrono::nanoseconds> AtServer::sleep_for() const {
     const auto now = Clock::now();
-    auto next = now + kTick;
-    if (!outbox_.empty() || (!fifo_.empty() && !active_ && !resync_)) next = std::min(next, now + kBusyTick);
+    auto next = Clock::time_point::max();
+    if (!outbox_.empty() || (!fifo_.empty() && !active_ && !resync_ && port_.is_open())) next = now + kBusyTick;
     if (active_) next = std::min(next, active_->deadline);
+    if (resync_) next = std::min(next, resync_->last_final + (resync_->finals >= resync_->probes ? kSettle : kReprobe));
     if (!port_.is_open()) next = std::min(next, reopen_at_);
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(next - now).count();
-    return static_cast<int>(std::max<long long>(ms, 0) + 1);
+    if (!waiting_.empty() || !outbox_.empty()) next = std::min(next, next_gc_);
+    if (!fifo_.empty()) next = std::min(next, next_expiry_);
+    if (drops_to_report()) next = std::min(next, std::max(next_summary_, now));
+    if (next == Clock::time_point::max()) return std::nullopt;
+    return std::max<std::chrono::nanoseconds>(next - now, std::chrono::nanoseconds::zero());
 }
 
 int AtServer::run() {
     while (!stopping_) {
         pollfd fds[3] = {{sig_fd_, POLLIN, 0}, {wake_fd_, POLLIN, 0}, {port_.fd(), POLLIN, 0}};
         const nfds_t n = port_.is_open() ? 3 : 2;
-        const int rc = poll(fds, n, poll_timeout_ms());
+        // Requests that come while a command is at the modem wait for its answer to be taken in,
+        // at most kInboxLatency; one that comes while nothing runs wakes the loop at once. The
+        // flag is set before the inbox is looked at, so no request can slip between the two.
+        wake_me_.store(!active_, std::memory_order_seq_cst);
+        std::optional<std::chrono::nanoseconds> wait = sleep_for();
+        if (active_) wait = std::min(wait.value_or(kInboxLatency), std::chrono::nanoseconds(kInboxLatency));
+        if (inbox_size_.load(std::memory_order_seq_cst) > 0) wait = std::chrono::nanoseconds::zero();
+        timespec ts{};
+        if (wait) {
+            ts.tv_sec = static_cast<time_t>(wait->count() / 1000000000);
+            ts.tv_nsec = static_cast<long>(wait->count() % 1000000000);
+        }
+        const int rc = ppoll(fds, n, wait ? &ts : nullptr, nullptr);
+        wake_me_.store(false, std::memory_order_relaxed);
         if (rc < 0 && errno != EINTR) {
             ATS_TRACE(FATAL, "poll: %s\n", std::strerror(errno));
             break;
@@ -814,11 +938,13 @@ int AtServer::run() {
         if (fds[0].revents & POLLIN) {
             signalfd_siginfo si{};
             while (read(sig_fd_, &si, sizeof si) == static_cast<ssize_t>(sizeof si)) {
-                if (si.ssi_signo == SIGUSR1) drain_request_queue();
-                else if (si.ssi_signo == SIGTERM || si.ssi_signo == SIGINT) stopping_ = true;
+                if (si.ssi_signo == SIGTERM || si.ssi_signo == SIGINT) stopping_ = true;
             }
         }
-        if (fds[1].revents & POLLIN) take_inbox();
+        if (fds[1].revents & POLLIN) {
+            uint64_t count = 0;
+            if (read(wake_fd_, &count, sizeof count) < 0) { /* nothing signalled */ }
+        }
         if (n == 3 && fds[2].revents) {
             if (fds[2].revents & POLLIN) on_port_input();
             else port_down("hang-up");

@@ -1,10 +1,12 @@
 // at_server.h - the AT server: owns the modem's AT port and serves the library's requests.
 //
-// One event loop waits on the port, a signalfd (SIGUSR1 from clients, SIGTERM/SIGINT to stop)
-// and an eventfd fed by the intake threads, which sit in a blocking receive on the request queue
-// so that a burst of clients never meets the queue's ten-message limit. Requests wait in the
-// server's own FIFO and go to the modem one at a time. Every store the clients or the modem can
-// fill is bounded, and no client can hold the modem for the others by leaving its replies.
+// One event loop waits on the port, a signalfd (SIGTERM/SIGINT to stop) and an eventfd fed by
+// the intake threads, which sit in a blocking receive on the request queue so that a burst of
+// clients never meets the queue's limit; the SIGUSR1 every client sends is ignored, since those
+// threads are already waiting. Requests wait in the server's own FIFO and go to the modem one at
+// a time. Every store the clients or the modem can fill is bounded, and no client can hold the
+// modem for the others by leaving its replies. The loop sleeps until something is due: with
+// nothing queued it does not wake at all.
 #pragma once
 
 #include <atomic>
@@ -69,7 +71,8 @@ private:
         uint32_t seq = 0;
         Clock::time_point since;    // since when its client has left a reply of ours uncollected
         Clock::time_point expires;  // its client stopped listening by then
-        bool gone = false;          // its thread was gone when it was sent
+        bool gone = false;          // its thread was found gone
+        Clock::time_point checked{};  // when its thread was last looked for
     };
     struct Pending {
         msg_q msg;
@@ -88,7 +91,6 @@ private:
     void intake_loop();
     int receive_request(int qid, int flags, msg_q* out);
     void admit(const msg_q& req);
-    void drain_request_queue();
     void take_inbox();
     void accept(const msg_q& req, Clock::time_point arrived);
     bool fifo_room(const msg_q& req, Clock::time_point arrived);
@@ -115,13 +117,18 @@ private:
     bool reply_room();
     bool make_reply_room();
     bool sweep_replies(bool pressure);
+    void check_replies(Clock::time_point now);
+    bool look_for_thread(int32_t client, Waiting& w, Clock::time_point now);
+    int replies_on_queue();
     // Time.
     void on_tick();
     void report_drops();
-    int poll_timeout_ms() const;
+    bool drops_to_report() const;
+    std::optional<std::chrono::nanoseconds> sleep_for() const;
     static Clock::time_point deadline_of(const msg_q& req, Clock::time_point arrived);
 
     bool create_queues(std::string* error);
+    void widen_queue(int q);
     void cleanup();
 
     Options opt_;
@@ -139,6 +146,7 @@ private:
     std::unordered_map<int32_t, int> inbox_clients_;  // requests in inbox_ per client
     std::vector<Queued> taking_;                       // inbox_'s twin, swapped in to empty it
     std::atomic<size_t> inbox_size_{0};                // inbox_.size(), read without the lock
+    std::atomic<bool> wake_me_{false};                 // the loop sleeps with nothing to do
     // Counted where they happen, traced once a second.
     std::atomic<unsigned> requests_dropped_{0}, bad_records_{0}, intake_errors_{0};
     unsigned lines_dropped_ = 0, replies_removed_ = 0, requests_refused_ = 0;
@@ -160,9 +168,16 @@ private:
     std::map<std::string, std::string> reports_;  // last report of each kind, by name
 
     std::deque<Pending> outbox_;  // replies waiting for room on the reply queue
-    std::unordered_map<int32_t, Waiting> waiting_;  // by client: at most one on the queue
+    // By client: the reply of ours that may still be on the queue (a newer reply takes the older
+    // off). A client that sends again has collected it (the library takes its replies off before
+    // it sends), so its entry goes then; all go when the queue is seen empty. A reply on the
+    // queue without an entry is one nobody collects.
+    std::unordered_map<int32_t, Waiting> waiting_;
+    int reply_capacity_ = 0;   // records the reply queue holds
+    int high_water_ = 0;       // replies on the queue before the next command waits
+    int maybe_on_queue_ = 0;   // replies sent since the queue was last counted, plus that count
     Clock::time_point next_gc_{};
-    Clock::time_point next_queue_poll_{};
+    Clock::time_point next_expiry_ = Clock::time_point::max();  // earliest deadline in fifo_
     Clock::time_point next_summary_{};
 };
 

@@ -93,13 +93,19 @@ bool ModemPort::write_all(std::string_view bytes, int timeout_ms) {
 }
 
 bool ModemPort::read_available(std::string& out, size_t limit) {
-    std::array<char, 4096> buf{};
+    constexpr size_t kChunk = 4096;
     for (size_t got = 0; got < limit;) {
         if (fd_ < 0) return false;
-        const ssize_t n = ::read(fd_, buf.data(), std::min(buf.size(), limit - got));
+        const size_t want = std::min(kChunk, limit - got);
+        const size_t at = out.size();
+        out.resize(at + want);
+        const ssize_t n = ::read(fd_, out.data() + at, want);
+        out.resize(at + static_cast<size_t>(n > 0 ? n : 0));
         if (n > 0) {
-            out.append(buf.data(), static_cast<size_t>(n));
             got += static_cast<size_t>(n);
+            // A terminal hands over what it holds: a short read has emptied it, and poll says
+            // when more comes.
+            if (static_cast<size_t>(n) < want) return true;
             continue;
         }
         if (n == 0) return false;  // the other end hung up

@@ -12,8 +12,10 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
+#include "at_queue.h"
 #include "atapi/link.h"
 #include "run_dir.h"
 
@@ -110,16 +112,30 @@ bool serves_queues(int pid, ATS_QUEUE rcv_q, ATS_QUEUE snd_q) {
     return (st.st_uid == rq.msg_perm.cuid || st.st_uid == 0) && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+// A record received on the stack: wiped on the way out only when a message was put into it.
+struct Scratch {
+    msg_q m;
+    bool filled = false;
+    Scratch() = default;
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    ~Scratch() {
+        if (filled) memset_s(&m, sizeof m, 0, sizeof m);
+    }
+};
+
 // Replies of this thread id that wait before the request goes out: a late reply to an earlier
 // request of this thread (dropped as the wait would drop it), or one meant for an earlier thread
 // that had the same id, in this process or a process now gone.
 void drop_waiting_replies(ATS_QUEUE snd_q, const msg_q& req) {
-    msg_q tmp{};
-    while (ATS_msgQex_recv(snd_q, &tmp, sizeof(msg_q), 0, static_cast<unsigned int>(req.client_id)) != -1) {
-        if (tmp.seq < req.seq) ATS_TRACE(INFO, "Error:Msg seq erro,taskid = %d\n", ATS_task_getid());
+    Scratch tmp;
+    for (;;) {
+        tmp.m.seq = 0;  // a message too short to carry one reads as the oldest
+        if (ATS_msgQex_recv(snd_q, &tmp.m, sizeof(msg_q), 0, static_cast<unsigned int>(req.client_id)) == -1) break;
+        tmp.filled = true;
+        if (tmp.m.seq < req.seq) ATS_TRACE(INFO, "Error:Msg seq erro,taskid = %d\n", ATS_task_getid());
         else ATS_TRACE(INFO, "in clear_msg_from_queue, Error: Read a mtype=%ld msg!\n", static_cast<long>(req.client_id));
     }
-    memset_s(&tmp, sizeof tmp, 0, sizeof tmp);
 }
 
 Outcome exchange_once(msg_q* msg_buf) {
@@ -218,14 +234,21 @@ int read_from_msgqueue(ATS_QUEUE qid, msg_q* pmsg, int match_seq, int* retcode) 
         return -1;
     }
     *retcode = 0;
+    const atapi::ReplyWait how = atapi::reply_wait();
     for (;;) {
-        msg_q tmp_msg{};
-        if (ATS_msgQex_recv(qid, &tmp_msg, sizeof(msg_q), reply_wait_ms(pmsg->time_out),
-                            static_cast<unsigned int>(pmsg->client_id)) == -1) {
+        Scratch tmp;
+        const int got = atapi::recv_reply(qid, &tmp.m, sizeof(msg_q), reply_wait_ms(pmsg->time_out),
+                                          static_cast<unsigned int>(pmsg->client_id), how);
+        if (got == -1) {
             ATS_TRACE(INFO, "There is no Message in the queue!Task id = %d\n", ATS_task_getid());
             mlog_print("atserver", 2, "ats receive message queue timeout!");
             return -1;
         }
+        tmp.filled = true;
+        // What a short message did not reach reads as zero, as in a record received whole.
+        const size_t text = got > 0 ? static_cast<size_t>(got) : 0;
+        if (text < sizeof(msg_q) - 4) std::memset(reinterpret_cast<char*>(&tmp.m) + 4 + text, 0, sizeof(msg_q) - 4 - text);
+        const msg_q& tmp_msg = tmp.m;
         if (match_seq != 1 || tmp_msg.seq == pmsg->seq) {
             *pmsg = tmp_msg;
             return 0;
@@ -241,10 +264,11 @@ int read_from_msgqueue(ATS_QUEUE qid, msg_q* pmsg, int match_seq, int* retcode) 
 }
 
 void clear_msg_from_queue(ATS_QUEUE qid, long mtype) {
-    msg_q tmp{};
-    while (ATS_msgQex_recv(qid, &tmp, sizeof(msg_q), 0, static_cast<unsigned int>(mtype)) != -1)
+    Scratch tmp;
+    while (ATS_msgQex_recv(qid, &tmp.m, sizeof(msg_q), 0, static_cast<unsigned int>(mtype)) != -1) {
+        tmp.filled = true;
         ATS_TRACE(INFO, "in clear_msg_from_queue, Error: Read a mtype=%ld msg!\n", mtype);
-    memset_s(&tmp, sizeof tmp, 0, sizeof tmp);
+    }
 }
 
 }  // extern "C"

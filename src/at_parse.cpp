@@ -1,6 +1,9 @@
 // at_parse.cpp - the handler dispatcher, the release routines and the parser's allocator.
 [[maybe_unused]] constexpr char kTraceSource[] = "src/at_parse";
 
+#include <malloc.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -45,7 +48,9 @@ extern "C" void* qmx_malloc_internal(size_t bytes, size_t max_limit, const char*
     return std::malloc(bytes);
 }
 
-extern "C" const at_parse_handler* parse_func_type(at_function_type func_type) {
+namespace {
+
+const at_parse_handler* table_of(at_function_type func_type) noexcept {
     // The last entry wins, so the whole list is scanned.
     const at_parse_handler* found = nullptr;
     for (const ATS_FUNC_CMD& entry : func_list) {
@@ -54,50 +59,107 @@ extern "C" const at_parse_handler* parse_func_type(at_function_type func_type) {
     return found;
 }
 
+// Every reply goes through the dispatcher: the scan above is done once per function type.
+constexpr int kFunctionTypes = AT_FUNCTION_ZTE_DATACARD + 1;
+struct TableIndex {
+    const at_parse_handler* table[kFunctionTypes];
+    TableIndex() noexcept {
+        for (int t = 0; t < kFunctionTypes; ++t) table[t] = table_of(static_cast<at_function_type>(t));
+    }
+};
+
+const at_parse_handler* find_table(at_function_type func_type) noexcept {
+    if (func_type < 0 || func_type >= kFunctionTypes) return table_of(func_type);
+    static const TableIndex index;
+    return index.table[func_type];
+}
+
+// The row whose name is `name`, exactly; most rows differ from it in their first two bytes.
+const at_parse_handler* find_row(const at_parse_handler* row, const char* name) noexcept {
+    for (; row->at_name != nullptr; ++row) {
+        const char* row_name = row->at_name;
+        if (row_name[0] != name[0]) continue;
+        if (name[0] != '\0' && row_name[1] != name[1]) continue;
+        if (std::strcmp(row_name, name) == 0) return row;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+extern "C" const at_parse_handler* parse_func_type(at_function_type func_type) { return find_table(func_type); }
+
 extern "C" int at_cmd_parse(AtCmdParse** result, char* AtName, char* AtValue,
                             at_function_type func_type, at_operation_type oper_type) {
     if (AtName == nullptr) return atparse::kNothing;
     if (AtValue == nullptr) return atparse::kBadArgument;
-    const at_parse_handler* row = parse_func_type(func_type);
-    if (row == nullptr) return atparse::kBadArgument;
-
-    for (; row->at_name != nullptr; ++row) {
-        if (std::strcmp(row->at_name, AtName) != 0) continue;
-        at_parse_func parser = nullptr;
-        switch (oper_type) {
-            case AT_OPERATION_TYPE_READ: parser = row->parse_read_func; break;
-            case AT_OPERATION_TYPE_EXECUTE: parser = row->parse_exe_func; break;
-            case AT_OPERATION_TYPE_TEST: parser = row->parse_test_func; break;
-            case AT_OPERATION_TYPE_OTHER: parser = row->parse_other_func; break;
-            default: return atparse::kBadOperation;
-        }
-        if (parser == nullptr) return parse_final_result(result, AtValue);
-        return parser(result, row->parse_contrast[oper_type], AtValue, AtName);
+    const at_parse_handler* table = find_table(func_type);
+    if (table == nullptr) return atparse::kBadArgument;
+    const at_parse_handler* row = find_row(table, AtName);
+    if (row == nullptr) return atparse::kNothing;
+    at_parse_func parser = nullptr;
+    switch (oper_type) {
+        case AT_OPERATION_TYPE_READ: parser = row->parse_read_func; break;
+        case AT_OPERATION_TYPE_EXECUTE: parser = row->parse_exe_func; break;
+        case AT_OPERATION_TYPE_TEST: parser = row->parse_test_func; break;
+        case AT_OPERATION_TYPE_OTHER: parser = row->parse_other_func; break;
+        default: return atparse::kBadOperation;
     }
-    return atparse::kNothing;
+    if (parser == nullptr) return parse_final_result(result, AtValue);
+    return parser(result, row->parse_contrast[oper_type], AtValue, AtName);
 }
 
-extern "C" void free_node(AtCmdParse* node) {
-    if (node == nullptr) return;
-    std::free(node->AtFieldName);
+namespace {
+
+// The parsers keep a node's strings in the node's own block, after the node; GreatLinkList_AT
+// and callers hang separate blocks on a node. A separate block can never start inside another
+// live block, so a string that lies within the node's usable size is the node's own.
+class NodeBlock {
+public:
+    explicit NodeBlock(AtCmdParse* node) noexcept
+        : node_(node), begin_(reinterpret_cast<uintptr_t>(node + 1)) {}
+    bool holds(const char* text) noexcept {
+        const uintptr_t at = reinterpret_cast<uintptr_t>(text);
+        if (at < begin_ || at - begin_ > AT_PARSE_MAX_ALLOC) return false;
+        if (end_ == 0) end_ = reinterpret_cast<uintptr_t>(node_) + malloc_usable_size(node_);
+        return at < end_;
+    }
+
+private:
+    AtCmdParse* node_;
+    uintptr_t begin_;
+    uintptr_t end_ = 0;
+};
+
+void release_node(AtCmdParse* node) noexcept {
+    NodeBlock block(node);
+    if (node->AtFieldName != nullptr && !block.holds(node->AtFieldName)) std::free(node->AtFieldName);
     node->AtFieldName = nullptr;
-    std::free(node->AtFieldValue);
+    if (node->AtFieldValue != nullptr && !block.holds(node->AtFieldValue)) std::free(node->AtFieldValue);
     node->AtFieldValue = nullptr;
     std::free(node);
 }
 
-extern "C" void free_at_res_link(AtCmdParse* row) {
+void release_row(AtCmdParse* row) noexcept {
     while (row != nullptr) {
         AtCmdParse* next = row->next;
-        free_node(row);
+        release_node(row);
         row = next;
     }
 }
 
+}  // namespace
+
+extern "C" void free_node(AtCmdParse* node) {
+    if (node != nullptr) release_node(node);
+}
+
+extern "C" void free_at_res_link(AtCmdParse* row) { release_row(row); }
+
 extern "C" void free_at_cmd(AtCmdParse* list) {
     while (list != nullptr) {
         AtCmdParse* next_row = list->plist;
-        free_at_res_link(list);
+        release_row(list);
         list = next_row;
     }
 }
@@ -133,6 +195,49 @@ AtCmdParse* new_node() noexcept {
     return node;
 }
 
+namespace {
+
+// One block: the node, then each present text with its terminator.
+AtCmdParse* node_block(size_t extra) noexcept {
+    auto* node = static_cast<AtCmdParse*>(
+        qmx_malloc_internal(sizeof(AtCmdParse) + extra, AT_PARSE_MAX_ALLOC, nullptr, nullptr, 0));
+    if (node != nullptr) *node = AtCmdParse{};
+    return node;
+}
+
+char* put_text(char* at, std::string_view text) noexcept {
+    if (!text.empty()) std::memcpy(at, text.data(), text.size());
+    at[text.size()] = '\0';
+    return at + text.size() + 1;
+}
+
+}  // namespace
+
+AtCmdParse* new_field(const std::string_view* name, const std::string_view* value) noexcept {
+    const size_t extra = (name != nullptr ? name->size() + 1 : 0) + (value != nullptr ? value->size() + 1 : 0);
+    if (extra > AT_PARSE_MAX_ALLOC) return nullptr;
+    AtCmdParse* node = node_block(extra);
+    if (node == nullptr) return nullptr;
+    char* at = reinterpret_cast<char*>(node + 1);
+    if (name != nullptr) {
+        node->AtFieldName = at;
+        at = put_text(at, *name);
+    }
+    if (value != nullptr) {
+        node->AtFieldValue = at;
+        put_text(at, *value);
+    }
+    return node;
+}
+
+AtCmdParse* new_value_node(size_t value_size) noexcept {
+    AtCmdParse* node = node_block(value_size);
+    if (node == nullptr) return nullptr;
+    node->AtFieldValue = reinterpret_cast<char*>(node + 1);
+    std::memset(node->AtFieldValue, 0, value_size);
+    return node;
+}
+
 char* dup_text(std::string_view text) noexcept {
     auto* copy = static_cast<char*>(
         qmx_malloc_internal(text.size() + 1, AT_PARSE_MAX_ALLOC, nullptr, nullptr, 0));
@@ -143,14 +248,9 @@ char* dup_text(std::string_view text) noexcept {
 }
 
 AtCmdParse* new_group(const char* label) noexcept {
-    AtCmdParse* node = new_node();
-    if (node == nullptr || label == nullptr) return node;
-    node->AtFieldName = dup_text(label);
-    if (node->AtFieldName == nullptr) {
-        free_node(node);
-        return nullptr;
-    }
-    return node;
+    if (label == nullptr) return new_node();
+    const std::string_view name(label);
+    return new_field(&name, nullptr);
 }
 
 void release_strings(std::span<char*> strings) noexcept {

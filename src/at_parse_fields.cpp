@@ -28,51 +28,6 @@ extern "C" const char* const at_parse_final_result[AT_PARSE_FINAL_RESULT_ROWS] =
 };
 
 namespace atparse {
-namespace {
-
-constexpr std::string_view kBlank = " ";
-constexpr std::string_view kQuote = "\"";
-
-// Splits names and values into the two arrays and links them into one row.
-int fill_row(AtCmdParse** result, std::string_view names, std::string_view values,
-             std::span<char*> name_slots, std::span<char*> value_slots, int count) noexcept {
-    int stored = 0;
-    int rc = split_fields(names, name_slots, &stored);
-    if (rc == kOk) rc = split_fields(values, value_slots, &stored);
-    if (rc != kOk) return rc;
-    AtCmdParse* row = link_row(name_slots.data(), value_slots.data(), count);
-    if (row == nullptr) {
-        ATS_TRACE(INFO, "AT_RETURN_MALLOC_ERR\n");
-        return kNoMemory;
-    }
-    *result = row;
-    return kOk;
-}
-
-int many_fields(AtCmdParse** result, std::string_view names, std::string_view values,
-                int count) noexcept {
-    const auto n = static_cast<size_t>(count);
-    char** name_slots = new_pointer_array(n);
-    char** value_slots = name_slots != nullptr ? new_pointer_array(n) : nullptr;
-    int rc = kNoMemory;
-    if (value_slots != nullptr) {
-        rc = fill_row(result, names, values, {name_slots, n}, {value_slots, n}, count);
-        // Whatever did not move into a node is still in the arrays.
-        release_strings({name_slots, n});
-        release_strings({value_slots, n});
-    }
-    std::free(name_slots);
-    std::free(value_slots);
-    return rc;
-}
-
-int row_field_count(std::string_view names, std::string_view values) noexcept {
-    const int n_names = count_outside_quotes(names, ',') + 1;
-    const int n_values = count_outside_quotes(values, ',') + 1;
-    return n_names > n_values ? n_names : n_values;
-}
-
-}  // namespace
 
 char** new_pointer_array(size_t count) noexcept {
     const size_t bytes = count * sizeof(char*);
@@ -84,39 +39,23 @@ char** new_pointer_array(size_t count) noexcept {
     return array;
 }
 
-int split_fields(std::string_view text, std::span<char*> out, int* number, int* slots) noexcept {
-    size_t stored = 0;
-    size_t start = 0;
-    int commas = 0;
-    bool quoted = false;
+int split_fields(std::string_view text, std::span<char*> out, int* number) noexcept {
     *number = 0;
-    auto store = [&](size_t end) -> int {
+    FieldCursor fields(text);
+    size_t stored = 0;
+    std::string_view field;
+    while (fields.next(&field)) {
         if (stored >= out.size()) return kNothing;
-        std::string_view field = trim(trim(text.substr(start, end - start), kBlank), kQuote);
         char* copy = dup_text(field);
-        if (copy == nullptr) return kNoMemory;
-        out[stored++] = copy;
-        *number = static_cast<int>(stored);
-        return kOk;
-    };
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '"') {
-            quoted = !quoted;
-        } else if (text[i] == ',' && !quoted) {
-            if (int rc = store(i); rc != kOk) return rc;
-            ++commas;
-            start = i + 1;
-        }
-    }
-    if (slots != nullptr) *slots = commas + 1;
-    if (start < text.size()) {
-        if (int rc = store(text.size()); rc != kOk) {
-            if (rc == kNoMemory) {
+        if (copy == nullptr) {
+            if (fields.done()) {
                 ATS_TRACE(INFO, "[%s, %d] Malloc error: pid = %d\n", kTraceSource, __LINE__,
                           static_cast<int>(getpid()));
             }
-            return rc;
+            return kNoMemory;
         }
+        out[stored++] = copy;
+        *number = static_cast<int>(stored);
     }
     return kOk;
 }
@@ -146,32 +85,27 @@ AtCmdParse* link_row(char** names, char** values, int count) noexcept {
 }
 
 int field_row(AtCmdParse** result, std::string_view names, std::string_view values) noexcept {
-    // Split straight into the fixed arrays; a row that does not fit starts over on the heap.
-    std::array<char*, kMaxFields> name_slots;
-    std::array<char*, kMaxFields> value_slots;
-    int n_names = 0, n_values = 0, name_count = 0, value_count = 0;
-    int rc = split_fields(names, name_slots, &n_names, &name_count);
-    if (rc == kOk) rc = split_fields(values, value_slots, &n_values, &value_count);
-    const int count = name_count > value_count ? name_count : value_count;
-    const bool too_long = rc == kNothing || (rc == kOk && count > kMaxFields);
-    const auto used = static_cast<size_t>(too_long || rc != kOk ? 0 : count);
-    std::fill(name_slots.begin() + n_names, name_slots.begin() + std::max<size_t>(used, n_names),
-              nullptr);
-    std::fill(value_slots.begin() + n_values,
-              value_slots.begin() + std::max<size_t>(used, n_values), nullptr);
-    if (rc == kOk && !too_long) {
-        AtCmdParse* row = link_row(name_slots.data(), value_slots.data(), count);
-        if (row == nullptr) {
+    FieldCursor name_fields(names);
+    FieldCursor value_fields(values);
+    AtCmdParse* head = nullptr;
+    AtCmdParse** tail = &head;
+    // As many fields as the longer of the two lists has places; the shorter leaves nulls.
+    while (!name_fields.done() || !value_fields.done()) {
+        std::string_view name, value;
+        const bool has_name = name_fields.next(&name);
+        const bool has_value = value_fields.next(&value);
+        AtCmdParse* node = new_field(has_name ? &name : nullptr, has_value ? &value : nullptr);
+        if (node == nullptr) {
+            free_at_cmd(head);
+            ATS_TRACE(INFO, "[%s, %d] GreatLinkList_AT: malloc failed\n", kTraceSource, __LINE__);
             ATS_TRACE(INFO, "AT_RETURN_MALLOC_ERR\n");
-            rc = kNoMemory;
-        } else {
-            *result = row;
+            return kNoMemory;
         }
+        *tail = node;
+        tail = &node->next;
     }
-    release_strings({name_slots.data(), std::max<size_t>(used, n_names)});
-    release_strings({value_slots.data(), std::max<size_t>(used, n_values)});
-    if (too_long) return many_fields(result, names, values, row_field_count(names, values));
-    return rc;
+    *result = head;
+    return kOk;
 }
 
 int final_result(AtCmdParse** result, std::string_view reply) noexcept {
@@ -287,14 +221,13 @@ extern "C" int parse_field(AtCmdParse** result, char* parse_contrast_str, char* 
 
 extern "C" int parse_many_field(AtCmdParse** result, char* parse_contrast_str, char* at_value_str,
                                 char* separator) {
-    const int count = row_field_count(view(parse_contrast_str), view(at_value_str));
     if (parse_contrast_str == nullptr) return kNothing;
     if (at_value_str == nullptr || separator == nullptr) return kBadArgument;
     if (result == nullptr) {
         ATS_TRACE(ERROR, "THE result is NULL.\n");
         return kBadArgument;
     }
-    return many_fields(result, parse_contrast_str, at_value_str, count);
+    return field_row(result, parse_contrast_str, at_value_str);
 }
 
 extern "C" int parse_final_result(AtCmdParse** result, char* at_value_str) {
@@ -323,8 +256,7 @@ extern "C" int parse_common_at_str(AtCmdParse** result, const char* parse_contra
     if (reply.size() >= kMaxFields && count_outside_quotes(reply, ',') + 1 > kMaxFields) {
         // Too many values for one line's arrays: the rest of the reply becomes one row.
         ATS_TRACE(INFO, " enter parse_many_field pid = %d\n", static_cast<int>(getpid()));
-        const std::string_view values = reply.substr(reply_colon + 1);
-        return many_fields(result, names, values, row_field_count(names, values));
+        return field_row(result, names, reply.substr(reply_colon + 1));
     }
     return common_rows(result, names, reply, reply_colon + 1, at_name);
 }
@@ -347,14 +279,10 @@ extern "C" int parse_soft_str(AtCmdParse** result, const char* parse_contrast_st
     if (at_name == nullptr || reply.find(at_name) == std::string_view::npos) {
         return parse_final_result(result, at_value_str);
     }
-    AtCmdParse* node = new_node();
+    const std::string_view name = templ.substr(templ_dot + 1);
+    const std::string_view value = reply.substr(reply_dot + 1);
+    AtCmdParse* node = new_field(&name, &value);
     if (node == nullptr) return kNoMemory;
-    node->AtFieldName = dup_text(templ.substr(templ_dot + 1));
-    node->AtFieldValue = dup_text(reply.substr(reply_dot + 1));
-    if (node->AtFieldName == nullptr || node->AtFieldValue == nullptr) {
-        free_node(node);
-        return kNoMemory;
-    }
     *result = node;
     return kOk;
 }
@@ -385,18 +313,14 @@ int sequence_row(AtCmdParse** result, std::string_view text) noexcept {
     AtCmdParse** tail = result;
     while (*tail != nullptr) tail = &(*tail)->next;
     for (long long value = first; value <= last; ++value) {
-        AtCmdParse* node = new_node();
-        char* text_value = node != nullptr ? static_cast<char*>(qmx_malloc_internal(
-                                                 16, AT_PARSE_MAX_ALLOC, nullptr, nullptr, 0))
-                                           : nullptr;
-        if (text_value == nullptr) {
-            free_node(node);
+        // The value's 16 bytes live in the node's block.
+        AtCmdParse* node = new_value_node(16);
+        if (node == nullptr) {
             free_at_cmd(*result);
             *result = nullptr;
             return kBadArgument;
         }
-        ATS_SNPRINTF(text_value, 16, 15, "%lld", value);
-        node->AtFieldValue = text_value;
+        ATS_SNPRINTF(node->AtFieldValue, 16, 15, "%lld", value);
         *tail = node;
         tail = &node->next;
     }

@@ -9,6 +9,7 @@ constexpr char kTraceSource[] = "src/at_parse";
 #include <unistd.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -30,15 +31,16 @@ std::string_view bounded(std::string_view text) noexcept {
 
 int pid() noexcept { return static_cast<int>(getpid()); }
 
-// One group node per "(...)" in `reply`, each labelled `label` with the row of `names`.
+// One group node per "(...)" in `reply` (at most `max_groups`), each labelled `label` with the
+// row of `names`.
 int band_list(AtCmdParse** out, std::string_view names_text, std::string_view reply,
-              const char* label) noexcept {
+              const char* label, size_t max_groups = SIZE_MAX) noexcept {
     const std::string_view names = trim(bounded<128>(names_text), " ()");
     AtCmdParse* head = nullptr;
     AtCmdParse** tail = &head;
     std::string_view group;
     size_t pos = 0;
-    while (next_group(reply, pos, &group, &pos)) {
+    for (size_t built = 0; built < max_groups && next_group(reply, pos, &group, &pos); ++built) {
         // The first pair of a "((" list still carries the outer bracket.
         group = trim(group, " (");
         AtCmdParse* node = new_group(label);
@@ -162,29 +164,26 @@ bool after_name(std::string_view reply, const char* name, std::string_view* rest
 
 // One row of fields "index_0", "index_1", ... holding the comma-separated values of `list`.
 int index_row(AtCmdParse** result, std::string_view list) noexcept {
-    const auto count = static_cast<size_t>(count_outside_quotes(list, ',')) + 1;
-    char** names = new_pointer_array(count);
-    char** values = names != nullptr ? new_pointer_array(count) : nullptr;
-    int rc = values != nullptr ? kOk : kNoMemory;
-    int stored = 0;
-    if (rc == kOk) rc = split_fields(list, {values, count}, &stored);
-    for (size_t i = 0; rc == kOk && i < count; ++i) {
+    FieldCursor values(list);
+    AtCmdParse* head = nullptr;
+    AtCmdParse** tail = &head;
+    for (size_t i = 0; !values.done(); ++i) {
         // Positions of four or more digits keep their first three: the name buffer is 10 bytes.
-        std::array<char, 10> name{};
-        ATS_SNPRINTF(name.data(), name.size(), name.size() - 1, "index_%zu", i);
-        names[i] = dup_text(name.data());
-        if (names[i] == nullptr) rc = kNoMemory;
+        std::array<char, 10> name_buf{};
+        ATS_SNPRINTF(name_buf.data(), name_buf.size(), name_buf.size() - 1, "index_%zu", i);
+        const std::string_view name(name_buf.data());
+        std::string_view value;
+        const bool has_value = values.next(&value);
+        AtCmdParse* node = new_field(&name, has_value ? &value : nullptr);
+        if (node == nullptr) {
+            free_at_cmd(head);
+            return kNoMemory;
+        }
+        *tail = node;
+        tail = &node->next;
     }
-    if (rc == kOk) {
-        AtCmdParse* row = link_row(names, values, static_cast<int>(count));
-        if (row == nullptr) rc = kNoMemory;
-        else *result = row;
-    }
-    if (names != nullptr) release_strings({names, count});
-    if (values != nullptr) release_strings({values, count});
-    std::free(names);
-    std::free(values);
-    return rc;
+    *result = head;
+    return kOk;
 }
 
 }  // namespace
@@ -327,7 +326,9 @@ extern "C" int parse_syscfgex_at_str(AtCmdParse** result, const char* parse_cont
     if (ok) {
         ATS_TRACE(INFO, "parse_syscfgex_at_str bandlist success.(begin_value=%s)\n",
                   TraceText(r_band).text.data());
-        ok = band_list(&bands, t_band, r_band, "bandlist") == kOk;
+        // Readers of this tree see one band entry: the first band pair, then the LTE list, so
+        // the other pairs are not built.
+        ok = band_list(&bands, t_band, r_band, "bandlist", 1) == kOk;
     }
     if (const size_t lte_open = ok ? reply.find("((", r_pos) : kNpos; lte_open != kNpos) {
         // The roaming and service-domain groups before the LTE list are skipped.
@@ -343,10 +344,7 @@ extern "C" int parse_syscfgex_at_str(AtCmdParse** result, const char* parse_cont
         free_at_cmd(bands);
         return kBadArgument;
     }
-    // Readers of this tree see one band entry: the first band pair, then the LTE list. The
-    // other band pairs are released rather than left unreachable.
     if (bands != nullptr) {
-        free_at_cmd(bands->plist);
         bands->plist = lte;
         orders->plist = bands;
     } else {

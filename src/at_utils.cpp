@@ -74,10 +74,10 @@ namespace atparse {
 int count_outside_quotes(std::string_view text, char sep) noexcept {
     int count = 0;
     bool quoted = false;
-    for (char c : text) {
-        if (c == '"') {
+    for (size_t i = 0; (i = find_sep_or_quote(text, i, sep)) < text.size(); ++i) {
+        if (text[i] == '"') {
             quoted = !quoted;
-        } else if (c == sep && !quoted) {
+        } else if (!quoted) {
             ++count;
         }
     }
@@ -87,10 +87,10 @@ int count_outside_quotes(std::string_view text, char sep) noexcept {
 size_t find_outside_quotes(std::string_view text, char sep, size_t from) noexcept {
     if (sep == '"') return std::string_view::npos;
     bool quoted = false;
-    for (size_t i = from; i < text.size(); ++i) {
+    for (size_t i = from; (i = find_sep_or_quote(text, i, sep)) < text.size(); ++i) {
         if (text[i] == '"') {
             quoted = !quoted;
-        } else if (text[i] == sep && !quoted) {
+        } else if (!quoted) {
             return i;
         }
     }

@@ -49,6 +49,9 @@ constexpr std::string_view kGlobalHelp =
     "  --run-dir DIR  the AT server's run directory (default: $ATAPI_RUN_DIR, else /var/run)\n"
     "  --help         this text\n"
     "\n"
+    "Replies are waited for with the library's low-latency wait (ATAPI_REPLY_WAIT=fast);\n"
+    "ATAPI_REPLY_WAIT=poll in the environment keeps the 10 ms poll.\n"
+    "\n"
     "PINs, PUKs and passwords are read from standard input or from a file, never from the\n"
     "command line.\n"
     "\n"
@@ -301,6 +304,9 @@ std::optional<long> number(std::string_view text) {
 }  // namespace atctl
 
 int main(int argc, char** argv) {
+    // A person waits for each answer: the library's low-latency reply wait, unless the
+    // environment chose a wait already.
+    setenv("ATAPI_REPLY_WAIT", "fast", 0);
     try {
         return atctl::run(argc, argv);
     } catch (const std::exception& e) {

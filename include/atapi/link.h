@@ -112,7 +112,16 @@ extern ATS_QUEUE g_ats_lib_rcv_mq_id;
 extern ATS_QUEUE g_ats_lib_snd_mq_id;
 
 /* One exchange with the AT server: 0 when the reply that belongs to the request is in msg_buf
- * (its own outcome is in snd_rcv_msg.rmsg.ret_val), -1 otherwise. */
+ * (its own outcome is in snd_rcv_msg.rmsg.ret_val), -1 otherwise.
+ *
+ * The reply wait. By default the reply queue is looked at every 10 ms for time_out x 1000 ms.
+ * With the environment variable ATAPI_REPLY_WAIT=fast the wait looks after a short sleep that
+ * starts at 20 us and grows by a quarter each time up to the same 10 ms step, so that a reply
+ * that comes at once is noticed within about 0.1 ms at little CPU cost; the time limit is the
+ * same, kept on the monotonic clock whatever signals the thread receives, and the wait installs
+ * no signal handler and leaves the signal mask alone. Any other value, or none, is the 10 ms
+ * poll. Like ATAPI_RUN_DIR, the variable is read (with secure_getenv) at every exchange and a
+ * set-user-ID or set-group-ID process ignores it. atctl sets it to "fast" unless it is set. */
 int GetDataFromAtServer(msg_q* msg_buf);
 int read_data_from_atsrv_proc(msg_q* msg_buf);
 int send_to_msgqueue(ATS_QUEUE qid, msg_q* pmsg, int* retcode);

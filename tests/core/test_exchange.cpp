@@ -12,11 +12,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "atapi.h"
@@ -59,16 +62,19 @@ void forget_server() {
     g_ats_lib_snd_mq_id = -1;
 }
 
-class Exchange : public ::testing::Test {
+// Every exchange test runs with both reply waits: the 10 ms poll and ATAPI_REPLY_WAIT=fast.
+class Exchange : public ::testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
+        setenv("ATAPI_REPLY_WAIT", GetParam(), 1);
         forget_server();
         clear_traces();
     }
+    void TearDown() override { unsetenv("ATAPI_REPLY_WAIT"); }
     FakeAtServer ats;
 };
 
-TEST_F(Exchange, FirstCallTracesOnceThenExchanges) {
+TEST_P(Exchange, FirstCallTracesOnceThenExchanges) {
     ats.reply(ok("+CSQ: 20,99"));
     msg_q m = request("AT+CSQ", "+CSQ");
     ASSERT_EQ(GetDataFromAtServer(&m), 0);
@@ -96,7 +102,7 @@ TEST_F(Exchange, FirstCallTracesOnceThenExchanges) {
 }
 
 // The command text never reaches the trace, and nothing of it can be read back as report text.
-TEST_F(Exchange, CommandTextIsMaskedAndNotEchoed) {
+TEST_P(Exchange, CommandTextIsMaskedAndNotEchoed) {
     ats.reply(ok(""));
     msg_q m = request("AT+CPIN=\"1234\"");
     ASSERT_EQ(GetDataFromAtServer(&m), 0);
@@ -123,7 +129,7 @@ bool alive_and_reap(pid_t pid) {
 
 // After a restart the library finds the new server and its queues, whether the pid it cached is
 // dead or names an unrelated process by now; that process is never signalled.
-TEST_F(Exchange, ServerRestartedBetweenCalls) {
+TEST_P(Exchange, ServerRestartedBetweenCalls) {
     for (bool reused : {false, true}) {
         SCOPED_TRACE(reused ? "old pid reused" : "old pid dead");
         ats.reply(ok("one"));
@@ -150,7 +156,7 @@ TEST_F(Exchange, ServerRestartedBetweenCalls) {
     }
 }
 
-TEST_F(Exchange, StaleReplyIsDroppedAndTheCallGetsItsOwn) {
+TEST_P(Exchange, StaleReplyIsDroppedAndTheCallGetsItsOwn) {
     Reply own = ok("own");
     Reply stale = ok("stale");
     stale.seq_delta = -1;
@@ -162,7 +168,7 @@ TEST_F(Exchange, StaleReplyIsDroppedAndTheCallGetsItsOwn) {
     EXPECT_TRUE(has_trace("Error:Msg seq erro,taskid = "));
 }
 
-TEST_F(Exchange, NewerSequenceFails) {
+TEST_P(Exchange, NewerSequenceFails) {
     Reply newer = ok("newer");
     newer.seq_delta = 1;
     ats.reply(newer);
@@ -172,7 +178,7 @@ TEST_F(Exchange, NewerSequenceFails) {
 }
 
 // The wait lasts the whole time limit even while signals keep cutting the poll's sleep short.
-TEST_F(Exchange, TimeoutAfterTimeOutSecondsDespiteSignals) {
+TEST_P(Exchange, TimeoutAfterTimeOutSecondsDespiteSignals) {
     struct sigaction sa {}, old {};
     sa.sa_handler = [](int) {};
     sigaction(SIGUSR2, &sa, &old);  // no SA_RESTART: each signal interrupts the sleep
@@ -202,7 +208,7 @@ TEST_F(Exchange, TimeoutAfterTimeOutSecondsDespiteSignals) {
 }
 
 // With the AT server gone the call fails without sending and without waiting on a queue.
-TEST_F(Exchange, AbsentServerFailsWithoutWaiting) {
+TEST_P(Exchange, AbsentServerFailsWithoutWaiting) {
     ats.reply(ok());
     msg_q m = request("AT");
     ASSERT_EQ(GetDataFromAtServer(&m), 0);
@@ -219,7 +225,7 @@ TEST_F(Exchange, AbsentServerFailsWithoutWaiting) {
     EXPECT_EQ(ats.count(), 1u);
 }
 
-TEST_F(Exchange, NullArguments) {
+TEST_P(Exchange, NullArguments) {
     EXPECT_EQ(GetDataFromAtServer(nullptr), -1);
     EXPECT_EQ(read_data_from_atsrv_proc(nullptr), -1);
     int rc = 7;
@@ -236,7 +242,7 @@ TEST_F(Exchange, NullArguments) {
 // After a restart every thread that finds the new server alive must also use its new queues,
 // even while another thread is still refreshing the cached ids. Queue lookups are slowed down
 // here (msgget is wrapped below) so that the others arrive in the middle of that refresh.
-TEST_F(Exchange, ThreadsRacingThroughARestartUseTheNewQueues) {
+TEST_P(Exchange, ThreadsRacingThroughARestartUseTheNewQueues) {
     ats.respond([](const Request& r) { return ok(r.cmd); });
     msg_q first = request("AT");
     ASSERT_EQ(GetDataFromAtServer(&first), 0);
@@ -260,7 +266,7 @@ TEST_F(Exchange, ThreadsRacingThroughARestartUseTheNewQueues) {
 // Replies that wait for this thread id before its request goes out are never its answer: one
 // that came after its caller gave up on an earlier request (dropped as the wait drops it) or one
 // left for an earlier thread that had the same id, whatever sequence number it carries.
-TEST_F(Exchange, RepliesWaitingBeforeTheRequestAreNotTheAnswer) {
+TEST_P(Exchange, RepliesWaitingBeforeTheRequestAreNotTheAnswer) {
     ats.respond([](const Request& r) { return ok("fresh " + r.cmd); });
     msg_q first = request("AT+ONE");
     ASSERT_EQ(GetDataFromAtServer(&first), 0);
@@ -280,7 +286,7 @@ TEST_F(Exchange, RepliesWaitingBeforeTheRequestAreNotTheAnswer) {
 }
 
 // A pid file that others may write names an unrelated process: it is not signalled.
-TEST_F(Exchange, ForgedPidFileIsNotSignalled) {
+TEST_P(Exchange, ForgedPidFileIsNotSignalled) {
     const pid_t other = spawn_bystander();
     std::ofstream(ats.pid_file()) << other << "\n";
     chmod(ats.pid_file().c_str(), 0666);
@@ -291,7 +297,7 @@ TEST_F(Exchange, ForgedPidFileIsNotSignalled) {
     EXPECT_TRUE(alive_and_reap(other));
 }
 
-TEST_F(Exchange, RemovedReplyQueueEndsTheWait) {
+TEST_P(Exchange, RemovedReplyQueueEndsTheWait) {
     ats.reply(silent());
     std::thread remover([this] {
         ats.wait_for_requests(1);
@@ -305,7 +311,7 @@ TEST_F(Exchange, RemovedReplyQueueEndsTheWait) {
 }
 
 // A message too long for any record, of the caller's own type, does not hold back its reply.
-TEST_F(Exchange, OverLongMessageOfTheCallersTypeIsDropped) {
+TEST_P(Exchange, OverLongMessageOfTheCallersTypeIsDropped) {
     ats.respond([](const Request&) { return ok("answer"); });
     msg_q warm = request("AT");
     ASSERT_EQ(GetDataFromAtServer(&warm), 0);
@@ -319,7 +325,7 @@ TEST_F(Exchange, OverLongMessageOfTheCallersTypeIsDropped) {
 }
 
 // A forged reply whose texts fill their fields without a terminator is read within them.
-TEST_F(Exchange, UnterminatedReplyTextsStayInTheirFields) {
+TEST_P(Exchange, UnterminatedReplyTextsStayInTheirFields) {
     Reply r = ok();
     r.raw_match = std::string(AT_MATCH_STR_LEN, 'M');
     r.raw = std::string(AT_REPORT_STR_LEN, 'R');
@@ -330,6 +336,51 @@ TEST_F(Exchange, UnterminatedReplyTextsStayInTheirFields) {
     EXPECT_EQ(strlen(m.snd_rcv_msg.rmsg.at_report_str), size_t(AT_REPORT_STR_LEN - 1));
     EXPECT_TRUE(has_trace("match is " + std::string(AT_MATCH_STR_LEN - 1, 'M') + " \n"));
 }
+
+// A reply that takes a while still comes back within the limit: the fast wait's sleeps grow
+// but never past the 10 ms step.
+TEST_P(Exchange, SlowReplyWithinTheLimitIsReturned) {
+    ats.reply(delayed(ok("slow"), 300ms));
+    msg_q m = request("AT", "", 1);
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    EXPECT_STREQ(m.snd_rcv_msg.rmsg.at_report_str, "slow");
+}
+
+// The wait installs no signal handler and leaves the caller's signal mask as it was, through a
+// reply and through a time-out.
+TEST_P(Exchange, TheWaitLeavesSignalsAlone) {
+    auto handlers = [] {
+        std::vector<std::pair<uintptr_t, int>> all;
+        for (int sig = 1; sig < NSIG; ++sig) {
+            struct sigaction sa {};
+            if (sigaction(sig, nullptr, &sa) == 0)
+                all.emplace_back(reinterpret_cast<uintptr_t>(sa.sa_handler), sa.sa_flags);
+        }
+        return all;
+    };
+    auto mask = [] {
+        sigset_t set;
+        sigemptyset(&set);
+        pthread_sigmask(SIG_BLOCK, nullptr, &set);
+        std::vector<int> blocked;
+        for (int sig = 1; sig < NSIG; ++sig)
+            if (sigismember(&set, sig) == 1) blocked.push_back(sig);
+        return blocked;
+    };
+    const auto handlers_before = handlers();
+    const auto mask_before = mask();
+    ats.reply(ok("answer"));
+    ats.reply(silent());
+    msg_q m = request("AT", "", 1);
+    ASSERT_EQ(GetDataFromAtServer(&m), 0);
+    msg_q m2 = request("AT", "", 1);
+    EXPECT_EQ(GetDataFromAtServer(&m2), -1);
+    EXPECT_EQ(handlers(), handlers_before);
+    EXPECT_EQ(mask(), mask_before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Waits, Exchange, ::testing::Values("poll", "fast"),
+                         [](const ::testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
 
 TEST(ClearQueue, RemovesOnlyTheThreadsMessages) {
     FakeAtServer ats;  // for a private run directory; its queues are not used here

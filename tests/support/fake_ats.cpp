@@ -32,6 +32,10 @@ Reply silent() {
     r.no_reply = true;
     return r;
 }
+Reply delayed(Reply r, std::chrono::milliseconds d) {
+    r.delay = d;
+    return r;
+}
 
 namespace {
 
@@ -219,6 +223,7 @@ void FakeAtServer::work(int reply_q) {
 
 void FakeAtServer::answer(const Request& req, const Reply& r, int reply_q) {
     for (const Reply& before : r.extra_before) answer(req, before, reply_q);
+    if (r.delay.count() > 0) std::this_thread::sleep_for(r.delay);
     if (r.no_reply) return;
     msg_q rep{};
     rep.client_id = req.client_id;

@@ -39,6 +39,7 @@ struct Reply {
     std::optional<std::string> raw;            // exact bytes for at_report_str (up to 1500, no NUL added)
     std::optional<std::string> raw_match;      // exact bytes for at_match_str (up to 64, no NUL added);
                                                // default: the request's at_match_ok_str
+    std::chrono::milliseconds delay{0};        // wait before answering
     bool no_reply = false;                     // take the request, never answer
     int seq_delta = 0;                         // added to the request's seq (-1 stale, +1 newer)
     std::vector<Reply> extra_before;           // replies sent first (e.g. a stale one), each as scripted
@@ -50,6 +51,7 @@ Reply cme(std::string error_line);             // AT_CME_ERROR with the given li
 Reply cms(std::string error_line);             // AT_CMS_ERROR with the given line
 Reply result(int ret_val, std::string report = "");
 Reply silent();                                // no reply at all
+Reply delayed(Reply r, std::chrono::milliseconds d);
 
 // A request as it arrived on the request queue.
 struct Request {
