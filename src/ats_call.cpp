@@ -25,12 +25,6 @@ constexpr int kMostWaitingEntries = 10;
 constexpr int kMostForwardingEntries = 10;
 constexpr int kMostCalls = 21;
 
-// A command whose reply carries nothing but its final result.
-int send_plain(Request& req) {
-    if (int rc = req.exchange()) return rc;
-    return req.ok() ? 0 : -1;
-}
-
 // A record's text array holds its NUL: anything else would be read past the record.
 template <std::size_t N>
 bool terminated(const char (&text)[N]) {
@@ -65,7 +59,7 @@ int read_or_set(const IntSetting& s, int type, int* value, AT_AMSS_RES* result, 
     }
     Request req;
     if (!format_set(req, *value)) return -1;
-    if (int rc = send_plain(req)) return rc;
+    if (int rc = atapi::result_only(req)) return rc;
     if (result) *result = AT_CMD_RES_SUCCESS;
     return 0;
 }
@@ -129,14 +123,14 @@ extern "C" int AT_D(const char* phone_number) {
     Request req;
     // The number stands unquoted before ';': the line is refused if it holds a ';' of its own.
     if (!AT_FORMAT_CMD(req, 639, "ATD%s;", phone_number)) return -1;
-    if (int rc = send_plain(req)) return rc;
+    if (int rc = atapi::result_only(req)) return rc;
     ATS_TRACE(INFO, "Execute ATD at commond finish\n");
     return 0;
 }
 
 extern "C" int AT_A(void) {
     Request req{"ATA", nullptr};
-    const int rc = send_plain(req);
+    const int rc = atapi::result_only(req);
     ATS_TRACE(INFO, "Execute ATA at commond finish ret = %d \n", rc);
     return rc;
 }
@@ -144,7 +138,7 @@ extern "C" int AT_A(void) {
 extern "C" int AT_CHUP(void) {
     ATS_TRACE(INFO, "Execute AT+CHUP at commond enter\n");
     Request req{"AT+CHUP", nullptr};
-    if (int rc = send_plain(req)) return rc;
+    if (int rc = atapi::result_only(req)) return rc;
     ATS_TRACE(INFO, "Execute AT+CHUP at commond finish\n");
     return 0;
 }
@@ -153,7 +147,7 @@ extern "C" int AT_CHLD(ATS_HOLD_OPERATE_VALUE chld_operate_info) {
     ATS_TRACE(INFO, "execute AT CHLD enter\n");
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT+CHLD=%d", static_cast<int>(chld_operate_info))) return -1;
-    if (int rc = send_plain(req)) return rc;
+    if (int rc = atapi::result_only(req)) return rc;
     ATS_TRACE(INFO, "execute AT CHLD finish\n");
     return 0;
 }
@@ -162,7 +156,7 @@ extern "C" int AT_CLIP(const ATS_CALL_ID_PRESENTATION mode) {
     ATS_TRACE(INFO, "execute AT CLIP enter\n");
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT+CLIP=%d", static_cast<int>(mode))) return -1;
-    if (int rc = send_plain(req)) return rc;
+    if (int rc = atapi::result_only(req)) return rc;
     ATS_TRACE(INFO, "execute AT CLIP finish\n");
     return 0;
 }
@@ -174,7 +168,7 @@ extern "C" int AT_CSSN(ats_supple_notification_info* config_info) {
     }
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT+CSSN=%d,%d", config_info->supple_cssi, config_info->supple_cssu)) return -1;
-    return send_plain(req);
+    return atapi::result_only(req);
 }
 
 // ---- eCall ---------------------------------------------------------------------------------------
@@ -184,7 +178,7 @@ extern "C" int AT_Ecl_Cfg(st_ecl_cfg* set_info) {
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT^ECLCFG=%d,%d,%d", set_info->mode, set_info->voc_config, set_info->redial_config))
         return -1;
-    if (int rc = send_plain(req)) return rc;
+    if (int rc = atapi::result_only(req)) return rc;
     set_info->at_exe_result = AT_CMD_RES_SUCCESS;
     return 0;
 }
@@ -196,7 +190,7 @@ extern "C" int AT_Ecl_Msd(st_ecl_msd* msd_buf) {
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT^ECLMSD=\"%s\"", msd)) return -1;
     // Intended: unlike the configuration and the start, the data upload leaves its result field alone.
-    return send_plain(req);
+    return atapi::result_only(req);
 }
 
 extern "C" int AT_Ecl_Start(st_ecl_start* start_info) {
@@ -205,19 +199,19 @@ extern "C" int AT_Ecl_Start(st_ecl_start* start_info) {
     if (!AT_FORMAT_CMD(req, 639, "AT^ECLSTART=%d,%d,\"%s\",%d", start_info->activation_type, start_info->type_of_call,
                        start_info->dial_num, start_info->operate_mode))
         return -1;
-    if (int rc = send_plain(req)) return rc;
+    if (int rc = atapi::result_only(req)) return rc;
     start_info->at_exe_result = AT_CMD_RES_SUCCESS;
     return 0;
 }
 
 extern "C" int AT_Ecl_Stop(void) {
     Request req{"AT^ECLSTOP", nullptr};
-    return send_plain(req);
+    return atapi::result_only(req);
 }
 
 extern "C" int AT_Ecl_Push(void) {
     Request req{"AT^ECLPUSH", nullptr};
-    const int rc = send_plain(req);
+    const int rc = atapi::result_only(req);
     ATS_TRACE(INFO, "execute AT_Ecl_Push finish ret = [%d]\n", rc);
     return rc;
 }
@@ -415,7 +409,7 @@ extern "C" int AT_CLCC(ats_current_call_info* current_list_info) {
     }
     ATS_TRACE(INFO, "execute AT CLCC enter\n");
     Request req{"AT+CLCC", "+CLCC"};
-    int rc = send_plain(req);
+    int rc = atapi::result_only(req);
     // No call: OK alone, and the caller's array stays as it was.
     if (rc == 0 && std::strstr(req.report(), "CLCC")) {
         each_entry(req, "+CLCC", kMostCalls, [current_list_info](int i, const Row& row) {

@@ -34,18 +34,11 @@ constexpr int kScanCells = 20;
 // A setting's outcome: OK sets the result field; an error report is mapped into it when
 // `map_errors` (0), else fails like any other final result (-1).
 int settle(Request& req, AT_AMSS_RES& exe_result, bool map_errors) {
+    if (map_errors) return atapi::set_and_map(req, exe_result);
     if (int rc = req.exchange()) return rc;
-    if (req.ok()) {
-        exe_result = AT_CMD_RES_SUCCESS;
-        return 0;
-    }
-    return map_errors ? req.map_error(exe_result) : -1;
-}
-
-// A setting whose record has no result field: 0 on OK only.
-int settle(Request& req) {
-    if (int rc = req.exchange()) return rc;
-    return req.ok() ? 0 : -1;
+    if (!req.ok()) return -1;
+    exe_result = AT_CMD_RES_SUCCESS;
+    return 0;
 }
 
 // Values of one group of a test reply into `dst`, at most its size: `put(slot, field)`.
@@ -205,7 +198,7 @@ extern "C" int AT_Setbandpriority(BANDPRIORITYRESULT* pbandpriority) {
 extern "C" int AT_SetCASwitch(CA_SWITCH_STATE CASwitch) {
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT^CASWITCHSBB=%d", static_cast<int>(CASwitch))) return -1;
-    return settle(req);
+    return atapi::result_only(req);
 }
 
 extern "C" int AT_QueryCASwitch(CA_SWITCH_STATE* pCASwitch) {
@@ -224,7 +217,7 @@ extern "C" int AT_QueryCASwitch(CA_SWITCH_STATE* pCASwitch) {
 extern "C" int AT_SetImsswitch(int iEnable) {
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT^IMSSWITCH=%d", iEnable)) return -1;
-    return settle(req);
+    return atapi::result_only(req);
 }
 
 extern "C" int AT_QryImsswitch(int* pEnable) {
@@ -333,7 +326,7 @@ extern "C" int AT_LCACTRL(int CmdType, LTELCAInfo* Param, LTECAResult* Result) {
 extern "C" int AT_SetNetscanctl(int CellStatus) {
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT^NETSCANCTL=4,%d", CellStatus)) return -1;
-    return settle(req);
+    return atapi::result_only(req);
 }
 
 extern "C" int At_Netscan(unsigned int CellMode, char* pbandinfo, NETSCAN_RESULT* pNetscanResult) {

@@ -35,10 +35,7 @@ bool field_is(const char (&field)[N], const char* literal) {
 // After the exchange of a selection or search: 0 with the outcome in the result field, the
 // exchange's code, or -1 for a final result that is neither OK nor an error report.
 int outcome(Request& req, AT_AMSS_RES& exe_result) {
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(exe_result);
-    exe_result = AT_CMD_RES_SUCCESS;
-    return 0;
+    return atapi::set_and_map(req, exe_result);
 }
 
 int select_operator(const NetChooseOperatorParam& p, NetChooseOperatorResult& r) {

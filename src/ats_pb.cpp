@@ -153,10 +153,7 @@ extern "C" int AT_Cpbs(int cmd_type, StCpbsPara* cpbs_para, StCpbsRsp* cpbs_rsp)
             const std::string store = atapi::input_text(cpbs_para->storageflag);
             Request req;
             if (!AT_FORMAT_CMD(req, 639, "AT+CPBS=\"%s\"", store.c_str())) return -1;
-            if (int rc = req.exchange()) return rc;
-            if (!req.ok()) return req.map_error(cpbs_rsp->AtExeResult);
-            cpbs_rsp->AtExeResult = AT_CMD_RES_SUCCESS;
-            return 0;
+            return atapi::set_and_map(req, cpbs_rsp->AtExeResult);
         },
         -1);
 }
@@ -185,10 +182,7 @@ extern "C" int AT_Cpbw(int, StCpbwPara* cpbw_para, StCpbwRsp* cpbw_rsp) {
     } else {
         return -1;
     }
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(cpbw_rsp->AtExeResult);
-    cpbw_rsp->AtExeResult = AT_CMD_RES_SUCCESS;
-    return 0;
+    return atapi::set_and_map(req, cpbw_rsp->AtExeResult);
 }
 
 extern "C" int AT_Cpbr(int cmd_type, StCpbrPara* cpbr_para, StCpbrRsp* cpbr_rsp) {

@@ -15,14 +15,6 @@ using atapi::text;
 
 namespace {
 
-// An entry command: OK is success, a CME or CMS error the command's outcome (0), anything else -1.
-int send_entry(Request& req, AT_AMSS_RES& exe_result) {
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(exe_result);
-    exe_result = AT_CMD_RES_SUCCESS;
-    return 0;
-}
-
 int pin_check(PinMgResultCode* Result) {
     if (!Result) return -1;
     Request req{"AT+CPIN?", "+CPIN"};
@@ -39,7 +31,7 @@ int pin_execute(char* Pin, char* NewPin, PinMgResultCode* Result) {
                                                        : AT_FORMAT_CMD(req, 639, "AT+CPIN=%s", Pin);
     if (!formatted) return -1;
     req.set_match("+CPIN");
-    return send_entry(req, Result->AtExeResult);
+    return atapi::set_and_map(req, Result->AtExeResult);
 }
 
 int pin_check_ex(PinMgResultCodeEx* Result) {
@@ -61,7 +53,7 @@ int pin_execute_ex(char* Pin, char* NewPin, PinMgResultCodeEx* Result) {
                                   : AT_FORMAT_CMD(req, 639, "AT^CPIN=\"%s\"", Pin);
     if (!formatted) return -1;
     req.set_match("^CPIN");
-    return send_entry(req, Result->AtExeResult);
+    return atapi::set_and_map(req, Result->AtExeResult);
 }
 
 // A text of the caller's record that ends within its array.

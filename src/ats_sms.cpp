@@ -37,10 +37,7 @@ void store(const atapi::Row& row, std::initializer_list<atapi::Binding> fields) 
 // A setting: no reply to parse; OK is success, an error reply's code goes into the record.
 int send_setting(Request& req, bool formatted, AT_AMSS_RES& exe_result) {
     if (!formatted) return -1;
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(exe_result);
-    exe_result = AT_CMD_RES_SUCCESS;
-    return 0;
+    return atapi::set_and_map(req, exe_result);
 }
 
 // ---- Store selection -----------------------------------------------------------------------

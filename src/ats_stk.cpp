@@ -120,10 +120,7 @@ int stsf_execute(StStsfPara* para) {
     if (!para) return -1;
     Request req;
     if (!AT_FORMAT_CMD(req, 639, "AT^STSF=%d", para->ucMode)) return -1;
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return req.map_error(para->AtExeResult);
-    para->AtExeResult = AT_CMD_RES_SUCCESS;
-    return 0;
+    return atapi::set_and_map(req, para->AtExeResult);
 }
 
 int stgr_execute(StStgrPara* p, StStgrRsp* rsp) {

@@ -110,8 +110,7 @@ int read_or_set(int type, const char* query, const char* name, const char* field
     if (type == AT_SET_VALUE) {
         Request req;
         if (!format_set(req)) return -1;
-        if (int rc = req.exchange()) return rc;
-        return req.ok() ? 0 : -1;
+        return atapi::result_only(req);
     }
     if (type != AT_CHECK_VALUE) return -1;
     Request req{query, name};

@@ -505,6 +505,22 @@ inline bool terminated(const char (&... text)[N]) {
     return (... && (std::memchr(text, '\0', N) != nullptr));
 }
 
+// A command answered by its final result only: the exchange's code when it failed, -1 for a
+// final result other than OK, else 0.
+inline int result_only(Request& req) {
+    if (int rc = req.exchange()) return rc;
+    return req.ok() ? 0 : -1;
+}
+
+// A setting of a record that has a result field: OK stores AT_CMD_RES_SUCCESS; a +CME or +CMS
+// error is the command's outcome, mapped into the field (0); anything else is -1.
+inline int set_and_map(Request& req, AT_AMSS_RES& result) {
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return req.map_error(result);
+    result = AT_CMD_RES_SUCCESS;
+    return 0;
+}
+
 // Stores a number from the modem in an enum field as it is, also when it is none of the enum's
 // names: the C caller's field holds any int, which a C++ cast to the enum would not allow.
 template <typename E>
