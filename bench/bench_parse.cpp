@@ -61,11 +61,11 @@ const Reply kCorpus[] = {
     {"+CREG", AT_FUNCTION_NETWORK_CFG, AT_OPERATION_TYPE_READ, "+CREG:n,stat,lac,ci,act",
      "+CREG: 2,1,\"2A3B\",\"0C1D2E3F\",7"},
     {"+COPS", AT_FUNCTION_NETWORK_CFG, AT_OPERATION_TYPE_READ, "+COPS:mode,format,oper,rat",
-     "+COPS: 0,0,\"CHINA MOBILE\",7"},
+     "+COPS: 0,0,\"EXAMPLE MOBILE\",7"},
     {"+COPS", AT_FUNCTION_NETWORK_CFG, AT_OPERATION_TYPE_TEST,
      "+COPS:(stat,long_oper,short_oper,numeric_oper,rat),,(mode_0,mode_1,mode_2,mode_3,mode_4),"
      "(format_0,format_1,format_2)",
-     "+COPS: (2,\"CHINA MOBILE\",\"CMCC\",\"46000\",7),(1,\"CHN-UNICOM\",\"UNICOM\",\"46001\",7),"
+     "+COPS: (2,\"EXAMPLE MOBILE\",\"EXMO\",\"00101\",7),(1,\"TEST-NET\",\"TESTNET\",\"00102\",7),"
      "(1,\"CHN-CT\",\"CT\",\"46011\",7),(3,\"Operator D\",\"OPD\",\"46020\",2),"
      "(3,\"Operator E\",\"OPE\",\"46099\",0),,(0,1,2,3,4),(0,1,2)"},
     {"^SYSCFGEX", AT_FUNCTION_NETWORK_CFG, AT_OPERATION_TYPE_TEST,

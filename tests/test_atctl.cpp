@@ -55,13 +55,13 @@ protected:
             {"AT+CEREG?",     ok("+CEREG: 0,1")},
             {"AT+CGATT?",     ok("+CGATT: 1")},
             {"AT^SYSINFOEX",  ok("^SYSINFOEX: 2,3,0,1,,6,\"LTE\",101,\"LTE FDD\"")},
-            {"AT^REJINFO?",   ok("^REJINFO: 46000,1,15,7")},
+            {"AT^REJINFO?",   ok("^REJINFO: 00101,1,15,7")},
             {"AT+CCLK?",      ok("+CCLK: \"2026/12/31,23:50:00+32\"")},
             {"AT+CGMI",       ok("Example Modems")},
             {"AT+CGMM",       ok("EM-LTE-1")},
             {"AT^VERSION?",   ok("^VERSION:EXTD:EM1.04.12\r\n^VERSION:EXTH:EM-LTE-1 HW-A")},
             {"AT^SN",         ok("^SN: EMLTE1A0012345")},
-            {"AT+CIMI",       ok("460001357924680")},
+            {"AT+CIMI",       ok("001011357924680")},
         };
         for (const auto& [cmd, reply] : changes) m[cmd] = reply;
         ats.respond([m](const Request& req) {
@@ -114,13 +114,13 @@ TEST_F(Atctl, ReportsForPeopleAndScripts) {
                               "  ci        0C4E5F01 (206462721)", "  act       E-UTRAN (7)",
                               "  stat      registered, home network (1)", "  state     attached (1)",
                               "  service   valid service (2)", "  sysmode   LTE (6)", "  submode   LTE FDD (101)",
-                              "  plmn      46000", "  cause     no suitable cells in location area (15)"},
+                              "  plmn      00101", "  cause     no suitable cells in location area (15)"},
          {{"creg", "stat", "5"}, {"creg", "stat_text", "'registered, roaming'"}, {"creg", "lac", "'2513'"},
           {"creg", "act", "7"}, {"cgreg", "act", "null"}, {"cereg", "act", "missing"}, {"cgatt", "attached", "true"},
           {"sysinfoex", "submode_name", "'LTE FDD'"}, {"rejinfoex", "rejectcause", "15"}}},
-        {"registration", {{"AT+CEREG?", ok("+CEREG: 0,2")}, {"AT^REJINFO?", ok("^REJINFO: 46001,0,13,2")}},
+        {"registration", {{"AT+CEREG?", ok("+CEREG: 0,2")}, {"AT^REJINFO?", ok("^REJINFO: 00102,0,13,2")}},
          {"  stat      not registered, searching (2)", "  cause     roaming not allowed in this location area (13)"},
-         {{"cereg", "stat_text", "'not registered, searching'"}, {"rejinfoex", "plmnid", "'46001'"},
+         {{"cereg", "stat_text", "'not registered, searching'"}, {"rejinfoex", "plmnid", "'00102'"},
           {"rejinfoex", "rejectcause_text", "'roaming not allowed in this location area'"}}},
         // +CSQ codes at the ends of the scale.
         {"signal", {{"AT+CSQ", ok("+CSQ: 0,0")}},

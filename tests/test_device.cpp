@@ -25,7 +25,7 @@ std::function<int(Rec*)> with(int (*fn)(int, Rec*), int type) {
 
 TEST(Device, WholeAnswerIdentities) {
     const std::vector<Case> cases = {
-        {"whole text",      ok("460001357924680"),      0, "460001357924680", kOk},
+        {"whole text",      ok("001011357924680"),      0, "001011357924680", kOk},
         {"cut to 127",      ok(std::string(200, '7')),  0, std::string(127, '7'), kOk},
         {"CME not mapped",  cme("+CME ERROR: 11"),     -1, ""},
         {"plain error",     result(AT_ERROR),          -1, ""},

@@ -138,7 +138,7 @@ TEST(DeviceE2e, AtctlDevice) {
     EXPECT_EQ(r.exit, 0) << r.err;
     atctl_test::expect_lines(r, {"manufacturer (+CGMI)", "  manufacturer  Example Modems", "  model     EM-LTE-1",
                                  "  firmware  EM1.04.12-WEBUI.2.1", "  hardware  EM-LTE-1 HW-A", "  serial    EMLTE1A0012345",
-                                 "  imsi      460001357924680"});
+                                 "  imsi      001011357924680"});
 
     atctl_test::expect_fields(json({"device", "mode", "set", "airplane"}, 0), {{"cfun", "cfun", "4"}, {"cfun", "mode", "'airplane'"}});
     atctl_test::expect_fields(json({"device", "mode"}, 0), {{"cfun", "cfun", "4"}});

@@ -43,12 +43,12 @@ TEST(ListParse, BuildsTreesAndRefusesBrokenReplies) {
         std::string tree;
     } cases[] = {
         {parse_cops_at_str, kCops, "+COPS",
-         "+COPS: (2,\"CHINA MOBILE\",\"CMCC\",\"46000\",7),(1,\"UNI(COM)\",\"UNI\",\"46001\",2),,(0,1,2,3,4),(0,1,2)", 0,
-         "option=~,stat=2,long_oper=CHINA MOBILE,short_oper=CMCC,numeric_oper=46000,rat=7 | "
-         "option=~,stat=1,long_oper=UNI(COM),short_oper=UNI,numeric_oper=46001,rat=2" + kTail},
+         "+COPS: (2,\"EXAMPLE MOBILE\",\"EXMO\",\"00101\",7),(1,\"TEST(NET)\",\"TST\",\"00102\",2),,(0,1,2,3,4),(0,1,2)", 0,
+         "option=~,stat=2,long_oper=EXAMPLE MOBILE,short_oper=EXMO,numeric_oper=00101,rat=7 | "
+         "option=~,stat=1,long_oper=TEST(NET),short_oper=TST,numeric_oper=00102,rat=2" + kTail},
         {parse_cops_at_str, kCops, "+COPS", five + ",(0,1,2,3,4),(0,1,2)\r\n", 0, five_tree + kTail.substr(3)},
-        {parse_cops_at_str, kCops, "+COPS", "+COPS: (1,\"A\",,\"46000\",7),,(0,1,2,3,4),(0,1,2)", 0,
-         "option=~,stat=1,long_oper=A,short_oper=,numeric_oper=46000,rat=7" + kTail},
+        {parse_cops_at_str, kCops, "+COPS", "+COPS: (1,\"A\",,\"00101\",7),,(0,1,2,3,4),(0,1,2)", 0,
+         "option=~,stat=1,long_oper=A,short_oper=,numeric_oper=00101,rat=7" + kTail},
         {parse_cops_at_str, kCops, "+COPS", "+COPS: ,,(0,1,2,3,4),(0,1,2)", 0, kTail.substr(3)},
         {parse_cops_at_str, kCops, "+COPS", "+COPS: (2,\"A\",\"B\",\"1\",7),(0,1,2,3,4),(0,1,2)", -4, ""},
         {parse_cops_at_str, kCops, "+COPS", "+COPS: (2,\"A\",\"B\",\"1\",7),,(0,1", -4, ""},
@@ -86,8 +86,8 @@ TEST(ListParse, BuildsTreesAndRefusesBrokenReplies) {
          "stat=0,reserved=,length=25,pdu=0891683108200105F0040D91"},
         {parse_sms_cmgr_at_str, "+CMGR:stat", "+CMGR", "+CMGR: 0\r\n00", -1, ""},
         {parse_sms_cmgr_at_str, kCmgr, "+CMGR", "+CMGR: 0,,25", -1, ""},
-        {parse_eons_at_str, kEons, "^EONS", "^EONS: 1,46000\r\n^EONS: 2,46001,\"Long\",\"S\",0,\"spn\"", 0,
-         "type=2,plmn_id=46001,plmn_long=Long,plmn_short=S,spn_cond=0,spn=spn"},  // the last occurrence
+        {parse_eons_at_str, kEons, "^EONS", "^EONS: 1,00101\r\n^EONS: 2,00102,\"Long\",\"S\",0,\"spn\"", 0,
+         "type=2,plmn_id=00102,plmn_long=Long,plmn_short=S,spn_cond=0,spn=spn"},  // the last occurrence
         {parse_eons_at_str, kEons, "^EONS", "OK", -2, ""},
     };
     for (const Case& c : cases) {
