@@ -94,9 +94,15 @@ TEST(GpsE2E, PositioningAndDatacard) {
     EXPECT_EQ(fix["time"].kind, Json::String);
     EXPECT_EQ(fix["accuracy_m"].kind, Json::Number);
     EXPECT_NEAR(fix["latitude_e6"].number, -26500000, 13500);  // on the ring of 1500 m round its centre
-    atctl_test::expect_fields(atctl_json(stack, {"gps", "status"}),
-                              {{"wpdom", "oper_mode", "3"}, {"wpqos", "accuracy", "50"},
-                               {"wpurl", "url", "'h.example.org:7276'"}, {"gpsfix", "state", "'fix'"}});
+    std::this_thread::sleep_for(1100ms);  // a fix a second: the status below shows a newer one
+    const Json status = atctl_json(stack, {"gps", "status"});
+    atctl_test::expect_fields(status, {{"wpdom", "oper_mode", "3"}, {"wpqos", "accuracy", "50"},
+                                       {"wpurl", "url", "'h.example.org:7276'"}, {"gpsfix", "state", "'fix'"}});
+    // The vehicle moves at 60 km/h: a later fix has a later time and another position.
+    const Json& later = status["gpsfix"];
+    EXPECT_NE(later["time"].show(), fix["time"].show());
+    EXPECT_TRUE(later["latitude_e6"].number != fix["latitude_e6"].number ||
+                later["longitude_e6"].number != fix["longitude_e6"].number);
     EXPECT_EQ(atctl_json(stack, {"gps", "stop"})["wpend"]["session"].show(), "'ended'");
 }
 
