@@ -31,16 +31,6 @@ namespace {
 constexpr int kScanTimeout = 240;  // a scan walks every band
 constexpr int kScanCells = 20;
 
-// A setting's outcome: OK sets the result field; an error report is mapped into it when
-// `map_errors` (0), else fails like any other final result (-1).
-int settle(Request& req, AT_AMSS_RES& exe_result, bool map_errors) {
-    if (map_errors) return atapi::set_and_map(req, exe_result);
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return -1;
-    exe_result = AT_CMD_RES_SUCCESS;
-    return 0;
-}
-
 // Values of one group of a test reply into `dst`, at most its size: `put(slot, field)`.
 template <typename T, std::size_t N, typename Put>
 int take_values(const Row& group, T (&dst)[N], const char* too_many, Put put) {
@@ -108,7 +98,7 @@ extern "C" int AT_SysConfig(int CmdType, NetConfigurationType* Param, NetConfigu
                            Param->Roam, Param->Srvdomain))
             return -1;
         req.set_match("^SYSCFG");
-        return settle(req, Result->AtExeResult, true);
+        return atapi::set_and_map(req, Result->AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
     Request req{"AT^SYSCFG?", "^SYSCFG"};
@@ -129,7 +119,7 @@ extern "C" int AT_SysConfigEx(int CmdType, NetConfigurationTypeEx* nettype) {
             return -1;
         req.set_match("^SYSCFGEX");
         // Unlike the query, the set maps no error report: intended.
-        return settle(req, n.AtExeResult, false);
+        return atapi::set_or_fail(req, n.AtExeResult);
     }
     if (CmdType != AT_CHECK_VALUE) return -1;
     Request req{"AT^SYSCFGEX?", "^SYSCFGEX"};
@@ -190,7 +180,7 @@ extern "C" int AT_Setbandpriority(BANDPRIORITYRESULT* pbandpriority) {
     for (int i = 0; i < p.band_num; ++i)
         if (!AT_APPEND_CMD(req, ",%d", p.band[i])) return -1;
     req.set_match("^BANDPRIORITY");
-    return settle(req, p.AtExeResult, true);
+    return atapi::set_and_map(req, p.AtExeResult);
 }
 
 // ---- Switches ---------------------------------------------------------------------------------------
@@ -258,7 +248,7 @@ extern "C" int AT_RFSwitch(int CmdType, LTERFInfo* Param, LTERFResult* Result) {
     auto execute = [&] {
         Request req;
         if (!Param || !AT_FORMAT_CMD(req, 639, "AT^RFSWITCH=%d", static_cast<int>(Param->rf_state))) return -1;
-        return settle(req, Result->AtExeResult, false);
+        return atapi::set_or_fail(req, Result->AtExeResult);
     };
     return atapi::dispatch(CmdType, check, execute, -1);
 }
@@ -281,7 +271,7 @@ extern "C" int AT_HOPARASET(int CmdType, HOPARASETInfo* Param, HOPARASETResult* 
                            static_cast<int>(p.sinr_thresh1), static_cast<int>(p.sinr_thresh2),
                            static_cast<int>(p.sinr_thresh3)))
             return -1;
-        return settle(req, r.AtExeResult, false);
+        return atapi::set_or_fail(req, r.AtExeResult);
     };
     return atapi::dispatch(CmdType, check, execute, -1);
 }
@@ -292,7 +282,7 @@ extern "C" int AT_LTEMEASMODE(int CmdType, LTEMEASMODEInfo* Param, LTEMEASMODERe
     auto execute = [&] {
         Request req;
         if (!Param || !AT_FORMAT_CMD(req, 639, "AT^LTEMEASMODE=%d", static_cast<int>(Param->mode))) return -1;
-        return settle(req, Result->AtExeResult, false);
+        return atapi::set_or_fail(req, Result->AtExeResult);
     };
     return atapi::dispatch(CmdType, check, execute, -1);
 }
@@ -305,7 +295,7 @@ extern "C" int AT_LMIMOCTRL(int CmdType, ECO_LMIMOCTRL_STATE Param, LMIMOCTRLRes
     auto execute = [&] {
         Request req;
         if (!AT_FORMAT_CMD(req, 639, "AT^LMIMOCTRL=%d", static_cast<int>(Param))) return -1;
-        return settle(req, Result->AtExeResult, false);
+        return atapi::set_or_fail(req, Result->AtExeResult);
     };
     return atapi::dispatch(CmdType, check, execute, -1);
 }
@@ -316,7 +306,7 @@ extern "C" int AT_LCACTRL(int CmdType, LTELCAInfo* Param, LTECAResult* Result) {
     auto execute = [&] {
         Request req;
         if (!Param || !AT_FORMAT_CMD(req, 639, "AT^LCACTRL=%d", static_cast<int>(Param->CA_state))) return -1;
-        return settle(req, Result->AtExeResult, false);
+        return atapi::set_or_fail(req, Result->AtExeResult);
     };
     return atapi::dispatch(CmdType, check, execute, -1);
 }

@@ -19,10 +19,7 @@ namespace {
 // The set half of a query-or-set command: no reply prefix, and an error reply is not mapped.
 int send_setting(Request& req, bool formatted, AT_AMSS_RES& exe_result) {
     if (!formatted) return -1;
-    if (int rc = req.exchange()) return rc;
-    if (!req.ok()) return -1;
-    exe_result = AT_CMD_RES_SUCCESS;
-    return 0;
+    return atapi::set_or_fail(req, exe_result);
 }
 
 // The fields a registration query fills; `act` is null where the record has none.

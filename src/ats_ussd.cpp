@@ -64,10 +64,7 @@ extern "C" int AT_UssdMode(int cmdType, StUssdMode* ussd_mode) {
     if (cmdType == AT_SET_VALUE) {
         Request req;
         if (!AT_FORMAT_CMD(req, 639, "AT^USSDMODE=%d", ussd_mode->mode)) return -1;
-        if (int rc = req.exchange()) return rc;
-        if (!req.ok()) return -1;
-        ussd_mode->AtExeResult = AT_CMD_RES_SUCCESS;
-        return 0;
+        return atapi::set_or_fail(req, ussd_mode->AtExeResult);
     }
     if (cmdType != AT_CHECK_VALUE) return -1;
     Request req{"AT^USSDMODE?", "^USSDMODE:"};

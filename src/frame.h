@@ -521,6 +521,15 @@ inline int set_and_map(Request& req, AT_AMSS_RES& result) {
     return 0;
 }
 
+// A setting whose error reports fail like any other final result: OK stores AT_CMD_RES_SUCCESS
+// (0); anything else is -1 and leaves the field alone.
+inline int set_or_fail(Request& req, AT_AMSS_RES& result) {
+    if (int rc = req.exchange()) return rc;
+    if (!req.ok()) return -1;
+    result = AT_CMD_RES_SUCCESS;
+    return 0;
+}
+
 // Stores a number from the modem in an enum field as it is, also when it is none of the enum's
 // names: the C caller's field holds any int, which a C++ cast to the enum would not allow.
 template <typename E>
