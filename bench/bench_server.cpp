@@ -14,6 +14,7 @@
 #include <dirent.h>
 #include <sys/msg.h>
 #include <sys/resource.h>
+#include <sys/shm.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -29,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "../src/reply_bell.h"
 #include "e2e/harness.h"
 
 namespace {
@@ -250,11 +252,12 @@ long reply_queue_records() {
     return static_cast<long>(ds.msg_qbytes / (AT_MSG_Q_SIZE - 4));
 }
 
-void print_summary(const SummaryReporter& r, long queue_records) {
+void print_summary(const SummaryReporter& r, long queue_records, bool bell) {
     const char* wait = std::getenv("ATAPI_REPLY_WAIT");
     utsname u{};
     uname(&u);
-    std::printf("\nsummary (reply wait: %s; reply queue of %ld records)\n", wait ? wait : "poll", queue_records);
+    std::printf("\nsummary (reply wait: %s%s; reply queue of %ld records)\n", wait ? wait : "poll",
+                bell ? ", the server rings its reply bell" : ", no reply bell", queue_records);
     std::printf("  machine: %ld cores, %s (%s), %ld MiB; load average at the end: %s\n",
                 sysconf(_SC_NPROCESSORS_ONLN), cpu_model().c_str(), u.machine, mem_total_mib(),
                 first_line("/proc/loadavg").c_str());
@@ -299,10 +302,11 @@ on AT\+ECHO=(\d+),(\d+)
         return 1;
     }
     const long queue_records = reply_queue_records();
+    const bool bell = shmget(ftok(ATS_run_dir(), atapi::bell::kBellIdentity), 0, 0) != -1;
     SummaryReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
-    print_summary(reporter, queue_records);
+    print_summary(reporter, queue_records, bell);
     g_stack.reset();
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/msg.h>
+#include <sys/shm.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <thread>
 
 #include "atapi/primitives.h"
+#include "reply_bell.h"
 #include "report_names.h"
 
 constexpr char kTraceSource[] = "server/at_server";
@@ -135,7 +137,9 @@ bool AtServer::start(std::string* error) {
         return false;
     }
     // The lock decides who owns the run directory: only its holder may replace the queues.
-    if (!pid_file_.acquire(run_dir, error) || !create_queues(error)) return false;
+    // The bell before the queues: a client that finds the queues finds the bell.
+    if (!pid_file_.acquire(run_dir, error) || !create_bell(error) || !create_queues(error)) return false;
+    std::atomic_ref<int32_t>(bell_->reply_queue).store(snd_q_);
 
     pthread_attr_t attr;
     pthread_attr_init(&attr);
@@ -157,6 +161,34 @@ bool AtServer::start(std::string* error) {
     }
     ATS_TRACE(INFO, "atserver %d serving %s on %s\n", static_cast<int>(getpid()), run_dir.c_str(),
               opt_.device.c_str());
+    return true;
+}
+
+bool AtServer::create_bell(std::string* error) {
+    const key_t key = ftok(ATS_run_dir(), atapi::bell::kBellIdentity);
+    if (const int stale = shmget(key, 0, 0); stale != -1) {
+        ATS_TRACE(WARNING, "removing the reply bell left by an earlier server\n");
+        shmctl(stale, IPC_RMID, nullptr);
+    }
+    // Created with the queues' final mode: a page open to all for a moment would let anyone
+    // attach for good.
+    bell_id_ = shmget(key, sizeof(atapi::bell::Page), IPC_CREAT | IPC_EXCL | (opt_.queue_group ? 0660 : 0600));
+    void* at = bell_id_ == -1 ? reinterpret_cast<void*>(-1) : shmat(bell_id_, nullptr, 0);
+    if (at == reinterpret_cast<void*>(-1)) {
+        *error = std::string("cannot create the reply bell under ") + ATS_run_dir() + ": " + std::strerror(errno);
+        return false;
+    }
+    bell_ = static_cast<atapi::bell::Page*>(at);
+    if (opt_.queue_group) {
+        shmid_ds ds{};
+        if (shmctl(bell_id_, IPC_STAT, &ds) == 0) ds.shm_perm.gid = *opt_.queue_group;
+        if (shmctl(bell_id_, IPC_SET, &ds) != 0) {
+            *error = std::string("cannot give the reply bell to the group: ") + std::strerror(errno);
+            return false;
+        }
+    }
+    bell_->reply_queue = -1;  // named once the reply queue exists
+    std::atomic_ref<uint32_t>(bell_->magic).store(atapi::bell::kMagic);
     return true;
 }
 
@@ -227,6 +259,13 @@ void AtServer::cleanup() {
     // Removing the request queue wakes the intake threads out of their receive.
     if (rcv_q_ != -1) ATS_msgQ_delete(rcv_q_);
     if (snd_q_ != -1) ATS_msgQ_delete(snd_q_);
+    if (bell_ != nullptr) {
+        std::atomic_ref<int32_t>(bell_->reply_queue).store(-1);
+        shmdt(bell_);
+        bell_ = nullptr;
+    }
+    if (bell_id_ != -1) shmctl(bell_id_, IPC_RMID, nullptr);
+    bell_id_ = -1;
     for (pthread_t t : intake_) pthread_join(t, nullptr);
     intake_.clear();
     rcv_q_ = snd_q_ = -1;  // only now: the intake threads read it
@@ -726,6 +765,7 @@ void AtServer::deliver(const msg_q& r, Clock::time_point expires) {
 
 bool AtServer::send_reply(const msg_q& r, const Waiting& w) {
     if (ATS_msgQex_send(snd_q_, const_cast<msg_q*>(&r), sizeof r, 0) != ATS_TRUE) return false;
+    if (bell_ != nullptr) atapi::bell::ring(*bell_, r.client_id);
     // The first reply tracked starts the sweeps' clock.
     if (waiting_.empty()) next_gc_ = std::max(next_gc_, w.since + kGcEvery);
     waiting_[r.client_id] = w;
@@ -824,6 +864,8 @@ bool AtServer::sweep_replies(bool pressure) {
     maybe_on_queue_ = 0;
     for (msg_q& r : back) {
         if (ATS_msgQex_send(snd_q_, &r, sizeof r, 0) == ATS_TRUE) {
+            // Its client may have woken while the reply was off the queue, and slept again.
+            if (bell_ != nullptr) atapi::bell::ring(*bell_, r.client_id);
             ++maybe_on_queue_;
             continue;
         }

@@ -27,6 +27,10 @@
 #include "modem_port.h"
 #include "pid_file.h"
 
+namespace atapi::bell {
+struct Page;
+}
+
 namespace ats {
 
 struct Options {
@@ -127,6 +131,7 @@ private:
     std::optional<std::chrono::nanoseconds> sleep_for() const;
     static Clock::time_point deadline_of(const msg_q& req, Clock::time_point arrived);
 
+    bool create_bell(std::string* error);
     bool create_queues(std::string* error);
     void widen_queue(int q);
     void cleanup();
@@ -138,6 +143,8 @@ private:
     int snd_q_ = -1;  // replies (identity 1)
     int sig_fd_ = -1;
     int wake_fd_ = -1;
+    int bell_id_ = -1;
+    atapi::bell::Page* bell_ = nullptr;  // rung after every reply put on the queue
 
     std::atomic<bool> stopping_{false};
     std::vector<pthread_t> intake_;

@@ -14,9 +14,11 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
 #include "at_queue.h"
 #include "atapi/primitives.h"
+#include "reply_bell.h"
 #include "run_dir.h"
 
 constexpr char kTraceSource[] = "src/at_queue";
@@ -168,10 +170,65 @@ int timed_recv(Variant v, ATS_QUEUE qid, void* msg, unsigned maxLength, int time
     return v == Variant::ex ? -1 : last;
 }
 
-// The low-latency wait: a reply that comes at once (a tenth of a millisecond through the AT
-// server) is seen within about as much again, and one that takes long costs no more looks than
-// the 10 ms poll. The time limit is a deadline on the monotonic clock, so signals that cut a
-// sleep short neither shorten nor lengthen it.
+// The AT server's reply bell for reply queue `qid`: attached when the segment is a whole page, was
+// created by the queue's creator and names that queue. A segment that is absent or not the
+// server's is remembered, so that a server without a bell costs one look per reply queue; one
+// that does not name the queue yet (a server still starting) is looked at again next time.
+enum class Attach { found, none, not_yet };
+
+Attach attach_bell(ATS_QUEUE qid, atapi::bell::Page** out) {
+    const int id = shmget(ftok(atapi::run_dir().c_str(), atapi::bell::kBellIdentity), 0, 0);
+    shmid_ds seg{};
+    msqid_ds queue{};
+    if (id == -1 || shmctl(id, IPC_STAT, &seg) != 0 || msgctl(qid, IPC_STAT, &queue) != 0) return Attach::none;
+    if (seg.shm_segsz < sizeof(atapi::bell::Page) || seg.shm_perm.cuid != queue.msg_perm.cuid) return Attach::none;
+    void* at = shmat(id, nullptr, 0);
+    if (at == reinterpret_cast<void*>(-1)) return Attach::none;
+    auto* page = static_cast<atapi::bell::Page*>(at);
+    if (std::atomic_ref<uint32_t>(page->magic).load() != atapi::bell::kMagic ||
+        std::atomic_ref<int32_t>(page->reply_queue).load() != qid) {
+        shmdt(at);
+        return Attach::not_yet;
+    }
+    *out = page;
+    return Attach::found;
+}
+
+// Pages of earlier servers stay mapped: another thread may still sleep on one, and a process sees
+// few server restarts.
+atapi::bell::Page* bell_for(ATS_QUEUE qid) {
+    static std::mutex mu;
+    static std::atomic<atapi::bell::Page*> page{nullptr};
+    static std::atomic<int> asked_for{-1};
+    auto named = [qid](atapi::bell::Page* p) {
+        return p != nullptr && std::atomic_ref<int32_t>(p->reply_queue).load(std::memory_order_relaxed) == qid ? p : nullptr;
+    };
+    // The page asked for this queue, or none: a page that no longer names it (its server stopped
+    // and the queue's id came round again) is asked for afresh.
+    auto cached = [&](atapi::bell::Page** out) {
+        if (asked_for.load(std::memory_order_acquire) != qid) return false;
+        atapi::bell::Page* p = page.load(std::memory_order_acquire);
+        *out = named(p);
+        return p == nullptr || *out != nullptr;
+    };
+    atapi::bell::Page* known = nullptr;
+    if (cached(&known)) return known;
+    std::lock_guard lock(mu);
+    if (cached(&known)) return known;
+    atapi::bell::Page* found = nullptr;
+    const Attach a = attach_bell(qid, &found);
+    if (a == Attach::not_yet) return nullptr;
+    page.store(found, std::memory_order_release);
+    asked_for.store(qid, std::memory_order_release);
+    return found;
+}
+
+// The low-latency wait. With the AT server's bell the thread sleeps until its reply is rung, and
+// wakes within a scheduler's wake-up of it; without one it looks after a short sleep that grows,
+// so that a reply that comes at once (a tenth of a millisecond through the AT server) is seen
+// within about as much again, and one that takes long costs no more looks than the 10 ms poll.
+// The time limit is a deadline on the monotonic clock, so signals that cut a sleep short neither
+// shorten nor lengthen it.
 constexpr long kFirstSleepNs = 20 * 1000L;
 constexpr long kLongestSleepNs = kPollStepMs * 1000000L;
 // Each sleep is a quarter longer than the one before: a reply is noticed within about a quarter
@@ -188,9 +245,12 @@ int64_t monotonic_ns() {
 int fast_recv(ATS_QUEUE qid, void* msg, unsigned maxLength, int timeout_ms, long type) {
     if (maxLength <= 3 || qid == -1 || timeout_ms < 0) return -1;
     const int64_t deadline = monotonic_ns() + static_cast<int64_t>(timeout_ms) * 1000000LL;
+    atapi::bell::Page* const page = bell_for(qid);
+    atapi::bell::Slot* const slot = page ? &atapi::bell::slot_of(*page, static_cast<int32_t>(type)) : nullptr;
     long sleep_ns = kFirstSleepNs;
     int last = -1;
     for (;;) {
+        const uint32_t seen = slot ? atapi::bell::rung(*slot) : 0;
         switch (look(Variant::ex, qid, msg, maxLength, type, &last)) {
             case Look::got: return last;
             case Look::interrupted: continue;
@@ -199,6 +259,11 @@ int fast_recv(ATS_QUEUE qid, void* msg, unsigned maxLength, int timeout_ms, long
         }
         const int64_t now = monotonic_ns();
         if (now >= deadline) return -1;
+        if (slot != nullptr) {
+            // Never longer than a poll step: a ring can be missed (see reply_bell.h).
+            atapi::bell::sleep_on(*slot, seen, static_cast<long>(std::min<int64_t>(kLongestSleepNs, deadline - now)));
+            continue;
+        }
         const int64_t wake = std::min<int64_t>(now + sleep_ns, deadline);
         const timespec until{static_cast<time_t>(wake / 1000000000LL), static_cast<long>(wake % 1000000000LL)};
         while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {

@@ -7,7 +7,7 @@ namespace atapi {
 
 enum class ReplyWait {
     poll,  // ATS_msgQex_recv: a look every 10 ms
-    fast,  // a look after a short sleep that grows by a quarter up to the 10 ms step
+    fast,  // asleep on the server's reply bell, or else a look after a sleep that grows to the 10 ms step
 };
 
 // The wait $ATAPI_REPLY_WAIT selects ("fast"; anything else, or unset, is the 10 ms poll). Read

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/msg.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@
 
 #include "atapi/network.h"
 #include "e2e/harness.h"
+#include "../src/reply_bell.h"  // the server's side of the low-latency wait
 
 using namespace e2e;
 
@@ -42,6 +44,8 @@ msg_q typed(int req_type, int rep_type = 0) {
     m.rep_type = rep_type;
     return m;
 }
+
+int bell_of(const std::string& run_dir) { return shmget(ftok(run_dir.c_str(), atapi::bell::kBellIdentity), 0, 0); }
 
 bool exists(const std::string& path) {
     struct stat st {};
@@ -378,6 +382,19 @@ TEST(E2eServer, OneServerOwnsARunDirectoryAndAModem) {
     ASSERT_EQ(lstat(s.pid_file().c_str(), &st), 0);
     EXPECT_TRUE(S_ISREG(st.st_mode));
     EXPECT_EQ(st.st_mode & 0777, 0644u);
+    // So is the reply bell, which names the reply queue and rings the slot of each reply's client.
+    shmid_ds seg{};
+    ASSERT_EQ(shmctl(bell_of(s.dir()), IPC_STAT, &seg), 0);
+    EXPECT_EQ(seg.shm_perm.mode & 0777, 0600u);
+    EXPECT_EQ(seg.shm_perm.uid, geteuid());
+    auto* page = static_cast<atapi::bell::Page*>(shmat(bell_of(s.dir()), nullptr, SHM_RDONLY));
+    ASSERT_NE(page, reinterpret_cast<void*>(-1));
+    EXPECT_EQ(page->reply_queue, ATS_get_msgQ_id(ATS_QUEUE_ID_SEND));
+    atapi::bell::Slot& mine = atapi::bell::slot_of(*page, static_cast<int32_t>(gettid()));
+    const uint32_t rung = atapi::bell::rung(mine);
+    EXPECT_EQ(exchange("AT+CSQ", "+CSQ").rc, 0);
+    EXPECT_EQ(atapi::bell::rung(mine), rung + 1);
+    shmdt(page);
 
     // A second server for the same run directory, under another program name, refuses to start
     // and leaves the first one's queues and pid file alone.
@@ -421,6 +438,10 @@ TEST(E2eServer, OneServerOwnsARunDirectoryAndAModem) {
         EXPECT_EQ(ds.msg_perm.mode & 0777, 0660u);
         EXPECT_EQ(ds.msg_perm.gid, getegid());
     }
+    shmid_ds seg2{};
+    ASSERT_EQ(shmctl(bell_of(other.path()), IPC_STAT, &seg2), 0);
+    EXPECT_EQ(seg2.shm_perm.mode & 0777, 0660u);
+    EXPECT_EQ(seg2.shm_perm.gid, getegid());
     for (int i = 0; i < 20; ++i) EXPECT_EQ(exchange("AT+CSQ", "+CSQ", 2).report, "+CSQ: 23,99") << i;
     third.stop();
 }
@@ -456,10 +477,11 @@ on AT\+CSQ
     std::ifstream(s.pid_file()) >> pid;
     EXPECT_EQ(pid, s.server.pid());
 
-    // A clean stop takes the queues and the pid file along.
+    // A clean stop takes the queues, the reply bell and the pid file along.
     s.server.signal(SIGTERM);
     ASSERT_TRUE(s.server.wait_exit(3s));
     EXPECT_FALSE(exists(s.pid_file()));
+    EXPECT_EQ(bell_of(s.dir()), -1);
     EXPECT_EQ(ATS_get_msgQ_id(ATS_QUEUE_ID_SEND), -1);
     EXPECT_EQ(ATS_get_msgQ_id(ATS_QUEUE_ID_RECV), -1);
     EXPECT_EQ(exchange("AT+CSQ", "+CSQ", 1).rc, -1);

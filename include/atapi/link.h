@@ -115,10 +115,12 @@ extern ATS_QUEUE g_ats_lib_snd_mq_id;
  * (its own outcome is in snd_rcv_msg.rmsg.ret_val), -1 otherwise.
  *
  * The reply wait. By default the reply queue is looked at every 10 ms for time_out x 1000 ms.
- * With the environment variable ATAPI_REPLY_WAIT=fast the wait looks after a short sleep that
- * starts at 20 us and grows by a quarter each time up to the same 10 ms step, so that a reply
- * that comes at once is noticed within about 0.1 ms at little CPU cost; the time limit is the
- * same, kept on the monotonic clock whatever signals the thread receives, and the wait installs
+ * With the environment variable ATAPI_REPLY_WAIT=fast the thread sleeps on the AT server's reply
+ * bell (a shared memory page the server rings after each reply; it sleeps at most 10 ms at a
+ * time) and notices its reply within a wake-up; against a server without a bell it looks after a
+ * short sleep that starts at 20 us and grows by a quarter each time up to the same 10 ms step, so
+ * that a reply that comes at once is noticed within about 0.1 ms at little CPU cost. The time
+ * limit is the same, kept on the monotonic clock whatever signals the thread receives, and the wait installs
  * no signal handler and leaves the signal mask alone. Any other value, or none, is the 10 ms
  * poll. Like ATAPI_RUN_DIR, the variable is read (with secure_getenv) at every exchange and a
  * set-user-ID or set-group-ID process ignores it. atctl sets it to "fast" unless it is set. */

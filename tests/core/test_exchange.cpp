@@ -62,11 +62,14 @@ void forget_server() {
     g_ats_lib_snd_mq_id = -1;
 }
 
-// Every exchange test runs with both reply waits: the 10 ms poll and ATAPI_REPLY_WAIT=fast.
+// Every exchange test runs with both reply waits: the 10 ms poll and ATAPI_REPLY_WAIT=fast, the
+// latter against a server without a reply bell and one with it ("bell").
 class Exchange : public ::testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
-        setenv("ATAPI_REPLY_WAIT", GetParam(), 1);
+        const bool bell = std::strcmp(GetParam(), "bell") == 0;
+        setenv("ATAPI_REPLY_WAIT", bell ? "fast" : GetParam(), 1);
+        if (bell) ats.ring_bell();
         forget_server();
         clear_traces();
     }
@@ -379,7 +382,7 @@ TEST_P(Exchange, TheWaitLeavesSignalsAlone) {
     EXPECT_EQ(mask(), mask_before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Waits, Exchange, ::testing::Values("poll", "fast"),
+INSTANTIATE_TEST_SUITE_P(Waits, Exchange, ::testing::Values("poll", "fast", "bell"),
                          [](const ::testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
 
 TEST(ClearQueue, RemovesOnlyTheThreadsMessages) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,6 +16,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+
+#include "reply_bell.h"
 
 namespace atapi_test {
 
@@ -93,6 +96,7 @@ void FakeAtServer::start() {
     // The request queue holds 10 records. A sender whose receiver is already waiting hands its
     // record over without queueing it, so several waiting receivers let a burst of many client
     // threads through at once, as the real server's immediate drain does.
+    if (bell_wanted_) open_bell();
     for (int i = 0; i < kReceivers; ++i) receivers_.emplace_back([this, rq = rcv_q_] { receive(rq); });
     worker_ = std::thread([this, sq = snd_q_] { work(sq); });
 }
@@ -115,6 +119,33 @@ void FakeAtServer::stop() {
     }
     cv_.notify_all();
     if (worker_.joinable()) worker_.join();
+    close_bell();
+}
+
+void FakeAtServer::ring_bell() {
+    bell_wanted_ = true;
+    if (bell_.load() == nullptr) open_bell();
+}
+
+void FakeAtServer::open_bell() {
+    const key_t key = ftok(run_dir_.path().c_str(), atapi::bell::kBellIdentity);
+    shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
+    bell_id_ = shmget(key, sizeof(atapi::bell::Page), IPC_CREAT | IPC_EXCL | 0600);
+    void* at = bell_id_ == -1 ? reinterpret_cast<void*>(-1) : shmat(bell_id_, nullptr, 0);
+    if (at == reinterpret_cast<void*>(-1)) {
+        ADD_FAILURE() << "fake AT server: cannot create the reply bell: " << std::strerror(errno);
+        return;
+    }
+    auto* page = static_cast<atapi::bell::Page*>(at);
+    page->magic = atapi::bell::kMagic;
+    page->reply_queue = snd_q_;
+    bell_.store(page);
+}
+
+void FakeAtServer::close_bell() {
+    if (atapi::bell::Page* page = bell_.exchange(nullptr)) shmdt(page);
+    if (bell_id_ != -1) shmctl(bell_id_, IPC_RMID, nullptr);
+    bell_id_ = -1;
 }
 
 void FakeAtServer::die() { stop(); }
@@ -246,7 +277,8 @@ void FakeAtServer::answer(const Request& req, const Reply& r, int reply_q) {
     }
     out.ret_val = r.ret_val;
     out.len = r.len >= 0 ? r.len : static_cast<int32_t>(strnlen(out.at_report_str, AT_REPORT_STR_LEN));
-    ATS_msgQex_send(reply_q, &rep, sizeof rep, 1);
+    if (ATS_msgQex_send(reply_q, &rep, sizeof rep, 1) != ATS_TRUE) return;
+    if (atapi::bell::Page* page = bell_.load()) atapi::bell::ring(*page, rep.client_id);
 }
 
 }  // namespace atapi_test

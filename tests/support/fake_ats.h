@@ -30,6 +30,10 @@
 #include "atapi.h"
 #include "run_dir.h"
 
+namespace atapi::bell {
+struct Page;
+}
+
 namespace atapi_test {
 
 // One scripted answer.
@@ -88,6 +92,9 @@ public:
     void die();
     // A new server: new stand-in process (new pid), new queues, new pid file.
     void restart();
+    // From now on, and after restarts, keep a reply bell and ring it after each reply, as the
+    // AT server does.
+    void ring_bell();
 
     const std::string& run_dir() const { return run_dir_.path(); }
     std::string pid_file() const { return run_dir_ / "pidfile/atserver.pid"; }
@@ -101,6 +108,8 @@ private:
     void receive(int request_q);
     void work(int reply_q);
     void answer(const Request& req, const Reply& r, int reply_q);
+    void open_bell();
+    void close_bell();
 
     RunDir run_dir_;
     int pid_ = -1;
@@ -108,6 +117,9 @@ private:
     static constexpr int kReceivers = 8;
     std::vector<std::thread> receivers_;
     std::thread worker_;
+    bool bell_wanted_ = false;
+    int bell_id_ = -1;
+    std::atomic<atapi::bell::Page*> bell_{nullptr};
     bool stopping_ = false;
     std::deque<Request> pending_;
     mutable std::mutex mu_;
