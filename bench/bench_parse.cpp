@@ -19,6 +19,7 @@
 
 #include "atapi.h"
 #include "atplatform.h"
+#include "summary.h"
 
 extern "C" void* __libc_malloc(size_t);
 extern "C" void* __libc_calloc(size_t, size_t);
@@ -302,36 +303,6 @@ void BM_MallocPerFieldTree(benchmark::State& state) {
 }
 BENCHMARK(BM_MallocPerFieldTree);
 
-// Keeps each benchmark's figures for the summary after the usual table.
-class SummaryReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
-            Figures& f = figures[run.run_name.function_name];
-            for (const char* key : {"ns_per_reply", "allocs_per_reply", "nodes_per_reply"}) {
-                const auto it = run.counters.find(key);
-                if (it != run.counters.end()) f.sum[key] += it->second.value;
-            }
-            ++f.runs;
-        }
-    }
-    double mean(const char* bench, const char* key) const {
-        const auto it = figures.find(bench);
-        if (it == figures.end() || it->second.runs == 0) return 0;
-        const auto v = it->second.sum.find(key);
-        return v == it->second.sum.end() ? 0 : v->second / it->second.runs;
-    }
-
-private:
-    struct Figures {
-        std::map<std::string, double> sum;
-        int runs = 0;
-    };
-    std::map<std::string, Figures> figures;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -341,17 +312,17 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     // The counter is an inverted rate: seconds of CPU per reply.
-    const double parse = reporter.mean("BM_AtCmdParse", "ns_per_reply") * 1e9;
-    const double plain = reporter.mean("BM_MallocPerFieldTree", "ns_per_reply") * 1e9;
-    const double floor = reporter.mean("BM_InPlaceTokenizer", "ns_per_reply") * 1e9;
-    const double nodes = reporter.mean("BM_AtCmdParse", "nodes_per_reply");
-    const double allocs = reporter.mean("BM_AtCmdParse", "allocs_per_reply");
+    const double parse = reporter.get("BM_AtCmdParse/1", "ns_per_reply") * 1e9;
+    const double plain = reporter.get("BM_MallocPerFieldTree/1", "ns_per_reply") * 1e9;
+    const double floor = reporter.get("BM_InPlaceTokenizer/1", "ns_per_reply") * 1e9;
+    const double nodes = reporter.get("BM_AtCmdParse/1", "nodes_per_reply");
+    const double allocs = reporter.get("BM_AtCmdParse/1", "allocs_per_reply");
     std::printf("\nsummary (mean over %zu replies of the corpus, every run of each benchmark):\n", kCorpusSize);
     std::printf("  at_cmd_parse + free_at_cmd   %8.1f ns/reply  %5.2f allocations per node (%.1f nodes)\n",
                 parse, nodes > 0 ? allocs / nodes : 0.0, nodes);
-    const double plain_nodes = reporter.mean("BM_MallocPerFieldTree", "nodes_per_reply");
+    const double plain_nodes = reporter.get("BM_MallocPerFieldTree/1", "nodes_per_reply");
     std::printf("  plain malloc-per-field tree  %8.1f ns/reply  %5.2f allocations per node (%.1f nodes)\n", plain,
-                plain_nodes > 0 ? reporter.mean("BM_MallocPerFieldTree", "allocs_per_reply") / plain_nodes : 0.0,
+                plain_nodes > 0 ? reporter.get("BM_MallocPerFieldTree/1", "allocs_per_reply") / plain_nodes : 0.0,
                 plain_nodes);
     std::printf("  in-place tokenizer           %8.1f ns/reply\n", floor);
     std::printf("  replies in all runs: parser %zu, plain tree %zu, tokenizer %zu\n", g_replies[0], g_replies[1],

@@ -32,6 +32,7 @@
 
 #include "../src/reply_bell.h"
 #include "e2e/harness.h"
+#include "summary.h"
 
 namespace {
 
@@ -195,29 +196,6 @@ void BM_HostileFlood(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_HostileFlood)->Iterations(1)->UseRealTime();
-
-// Keeps the figures of every run for the summary after the usual table.
-class SummaryReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
-            auto& f = figures_[run.run_name.function_name + "/" + std::to_string(run.threads)];
-            for (const auto& [name, counter] : run.counters) f[name] = counter.value;
-            f["items_per_second"] = run.counters.count("items_per_second") ? run.counters.at("items_per_second").value : 0;
-        }
-    }
-    double get(const std::string& run, const char* counter) const {
-        const auto r = figures_.find(run);
-        if (r == figures_.end()) return -1;
-        const auto c = r->second.find(counter);
-        return c == r->second.end() ? -1 : c->second;
-    }
-
-private:
-    std::map<std::string, std::map<std::string, double>> figures_;
-};
 
 std::string first_line(const char* path) {
     std::ifstream f(path);
