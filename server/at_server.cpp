@@ -763,9 +763,16 @@ void AtServer::deliver(const msg_q& r, Clock::time_point expires) {
     }
 }
 
-bool AtServer::send_reply(const msg_q& r, const Waiting& w) {
+// Every reply goes onto the queue here, so that its client's bell rings after each one: a client
+// may also have woken while a sweep had its reply off the queue, and slept again.
+bool AtServer::post_reply(const msg_q& r) {
     if (ATS_msgQex_send(snd_q_, const_cast<msg_q*>(&r), sizeof r, 0) != ATS_TRUE) return false;
     if (bell_ != nullptr) atapi::bell::ring(*bell_, r.client_id);
+    return true;
+}
+
+bool AtServer::send_reply(const msg_q& r, const Waiting& w) {
+    if (!post_reply(r)) return false;
     // The first reply tracked starts the sweeps' clock.
     if (waiting_.empty()) next_gc_ = std::max(next_gc_, w.since + kGcEvery);
     waiting_[r.client_id] = w;
@@ -863,9 +870,7 @@ bool AtServer::sweep_replies(bool pressure) {
     waiting_.swap(kept);
     maybe_on_queue_ = 0;
     for (msg_q& r : back) {
-        if (ATS_msgQex_send(snd_q_, &r, sizeof r, 0) == ATS_TRUE) {
-            // Its client may have woken while the reply was off the queue, and slept again.
-            if (bell_ != nullptr) atapi::bell::ring(*bell_, r.client_id);
+        if (post_reply(r)) {
             ++maybe_on_queue_;
             continue;
         }

@@ -115,6 +115,7 @@ private:
     // Replies.
     void reply(const msg_q& req, Clock::time_point arrived, int ret_val, std::string_view report);
     void deliver(const msg_q& r, Clock::time_point expires);
+    bool post_reply(const msg_q& r);
     bool send_reply(const msg_q& r, const Waiting& w);
     bool remove_replies(int32_t client);
     void flush_outbox();
