@@ -172,13 +172,11 @@ bool AtServer::create_bell(std::string* error) {
     }
     // Created with the queues' final mode: a page open to all for a moment would let anyone
     // attach for good.
-    bell_id_ = shmget(key, sizeof(atapi::bell::Page), IPC_CREAT | IPC_EXCL | (opt_.queue_group ? 0660 : 0600));
-    void* at = bell_id_ == -1 ? reinterpret_cast<void*>(-1) : shmat(bell_id_, nullptr, 0);
-    if (at == reinterpret_cast<void*>(-1)) {
+    bell_ = atapi::bell::create_page(key, opt_.queue_group ? 0660 : 0600, &bell_id_);
+    if (bell_ == nullptr) {
         *error = std::string("cannot create the reply bell under ") + ATS_run_dir() + ": " + std::strerror(errno);
         return false;
     }
-    bell_ = static_cast<atapi::bell::Page*>(at);
     if (opt_.queue_group) {
         shmid_ds ds{};
         if (shmctl(bell_id_, IPC_STAT, &ds) == 0) ds.shm_perm.gid = *opt_.queue_group;
@@ -187,8 +185,6 @@ bool AtServer::create_bell(std::string* error) {
             return false;
         }
     }
-    bell_->reply_queue = -1;  // named once the reply queue exists
-    std::atomic_ref<uint32_t>(bell_->magic).store(atapi::bell::kMagic);
     return true;
 }
 
@@ -259,12 +255,8 @@ void AtServer::cleanup() {
     // Removing the request queue wakes the intake threads out of their receive.
     if (rcv_q_ != -1) ATS_msgQ_delete(rcv_q_);
     if (snd_q_ != -1) ATS_msgQ_delete(snd_q_);
-    if (bell_ != nullptr) {
-        std::atomic_ref<int32_t>(bell_->reply_queue).store(-1);
-        shmdt(bell_);
-        bell_ = nullptr;
-    }
-    if (bell_id_ != -1) shmctl(bell_id_, IPC_RMID, nullptr);
+    atapi::bell::remove_page(bell_, bell_id_);
+    bell_ = nullptr;
     bell_id_ = -1;
     for (pthread_t t : intake_) pthread_join(t, nullptr);
     intake_.clear();

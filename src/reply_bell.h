@@ -44,6 +44,27 @@ struct Page {
     Slot slots[kSlots];
 };
 
+// Server side: a new page at `key` with `mode`, its id in `*id`; null (errno set) when it cannot be
+// made. It names no reply queue until the server stores the queue's id in it.
+inline Page* create_page(key_t key, int mode, int* id) {
+    *id = shmget(key, sizeof(Page), IPC_CREAT | IPC_EXCL | mode);
+    void* at = *id == -1 ? reinterpret_cast<void*>(-1) : shmat(*id, nullptr, 0);
+    if (at == reinterpret_cast<void*>(-1)) return nullptr;
+    auto* page = static_cast<Page*>(at);
+    std::atomic_ref<int32_t>(page->reply_queue).store(-1);
+    std::atomic_ref<uint32_t>(page->magic).store(kMagic);
+    return page;
+}
+
+// Server side: the page names no queue any more, and goes once its last client lets it go.
+inline void remove_page(Page* page, int id) {
+    if (page != nullptr) {
+        std::atomic_ref<int32_t>(page->reply_queue).store(-1);
+        shmdt(page);
+    }
+    if (id != -1) shmctl(id, IPC_RMID, nullptr);
+}
+
 inline Slot& slot_of(Page& page, int32_t client) { return page.slots[static_cast<uint32_t>(client) % kSlots]; }
 
 // Server side, after a reply for `client` is on the queue. A system call only when somebody sleeps.

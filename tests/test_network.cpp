@@ -229,7 +229,7 @@ std::pair<int, int> set_half(int (*fn)(int, Rec*), Fill fill) {
 }
 
 TEST(Registration, SetLinesAndResults) {
-    const std::vector<std::pair<const char*, std::pair<int, int> (*)()>> cases = {
+    run_settings({
         {"AT+CREG=2", [] { return set_half(AT_Creg, [](LacCellid& r) { r.n = 2; }); }},
         {"AT+CGREG=1", [] { return set_half(AT_Cgreg, [](CgregRsp& r) { r.ReportMode = 1; }); }},
         {"AT+CEREG=0", [] { return set_half(AT_Cereg, [](CeregRsp& r) { r.ReportMode = 0; }); }},
@@ -238,22 +238,11 @@ TEST(Registration, SetLinesAndResults) {
         {"at^prefroam = 3", [] { return set_half(AT_PrefRoam, [](RoamSwitch& r) { r.roam = 3; }); }},
         {"AT^SRVST=1", [] { return set_half(AT_Srvst, [](SrvstSet& r) { r.ReportMode = 1; }); }},
         {"AT^MODE=0", [] { return set_half(AT_Mode, [](ModeSet& r) { r.ReportMode = 0; }); }},
-    };
+    },
     // Error replies to a setting are not mapped into the record.
-    const std::tuple<Reply, int, int> outcomes[] = {
+    {
         {ok(), 0, kOk}, {cme("+CME ERROR: 10"), -1, kS}, {cms("+CMS ERROR: 314"), -1, kS}, {result(AT_ERROR), -1, kS},
-    };
-    FakeAtServer ats;
-    for (const auto& [line, call] : cases) {
-        for (const auto& [reply, rc, exe] : outcomes) {
-            SCOPED_TRACE(testing::Message() << line << " answered " << reply.ret_val);
-            ats.clear_requests();
-            ats.reply(reply);
-            EXPECT_EQ(call(), std::make_pair(rc, exe));
-            ASSERT_EQ(ats.count(), 1u);
-            expect_wire(ats.last(), {line, "", 30});
-        }
-    }
+    });
 }
 
 // ---- Refused before anything is sent -----------------------------------------------------------

@@ -115,6 +115,24 @@ void run(const Wire& wire, const std::function<int(Rec*)>& call,
     }
 }
 
+// Settings: each command line with a call that gives its return and result code, answered with
+// each outcome (reply, return, result code); one request each, with that line and no match text.
+using SettingCase = std::pair<std::string, std::function<std::pair<int, int>()>>;
+using SettingOutcome = std::tuple<Reply, int, int>;
+inline void run_settings(const std::vector<SettingCase>& cases, const std::vector<SettingOutcome>& outcomes) {
+    FakeAtServer ats;
+    for (const auto& [line, call] : cases) {
+        for (const auto& [reply, rc, exe] : outcomes) {
+            SCOPED_TRACE(testing::Message() << line << " answered " << reply.ret_val);
+            ats.clear_requests();
+            ats.reply(reply);
+            EXPECT_EQ(call(), std::make_pair(rc, exe));
+            ASSERT_EQ(ats.count(), 1u);
+            expect_wire(ats.last(), {line, "", 30});
+        }
+    }
+}
+
 // With the AT server gone: -1 and the record left alone.
 template <typename Rec, typename F>
 bool fails_untouched(F call) {

@@ -235,7 +235,7 @@ TEST(Sms, SettingLines) {
     static StCpbsPara cpbs;
     static StCpbwPara cpbw;
     auto exe = [](auto& r) { return as_int(r.AtExeResult); };
-    const std::vector<std::pair<std::string, std::function<std::pair<int, int>()>>> cases = {
+    run_settings({
         {"AT+CMGF=1", [&] { StSmMode r{1, {}}; int rc = AT_smmode(1, &r); return std::pair{rc, exe(r)}; }},
         {"AT^HCMGF=0", [&] { StSmMode r{0, {}}; int rc = AT_hsmmode(1, &r); return std::pair{rc, exe(r)}; }},
         {"AT+CNMI=2,1,0,2,0", [&] { StSmCnmi r{2, 1, 0, 2, 0, {}}; int rc = AT_cnmi(1, &r); return std::pair{rc, exe(r)}; }},
@@ -250,21 +250,9 @@ TEST(Sms, SettingLines) {
         {"AT^HSMSSS=0,1,2,3", [&] { StHsmssInfo i{0, 1, 2, 3, {}}; StHsmsssRes r{}; int rc = AT_Hsmsss(&i, &r); return std::pair{rc, exe(r)}; }},
         {"AT+CPBS=\"SM\"", [&] { cpbs = {"SM", "", {}}; StCpbsRsp r{}; int rc = AT_Cpbs(1, &cpbs, &r); return std::pair{rc, exe(r)}; }},
         {"AT^CPBW=7", [&] { cpbw = {}; cpbw.cmdType = 2, cpbw.index = 7; StCpbwRsp r{}; int rc = AT_Cpbw(0, &cpbw, &r); return std::pair{rc, exe(r)}; }},
-    };
-    const std::tuple<Reply, int, int> outcomes[] = {
+    }, {
         {ok(), 0, kOk}, {kCme10, 0, AT_CMD_RES_SIM_FAIL}, {kCms314, 0, AT_CMD_RES_SIM_BUSY}, {result(AT_ERROR), -1, 0},
-    };
-    FakeAtServer ats;
-    for (const auto& [line, call] : cases) {
-        for (const auto& [reply, rc, res] : outcomes) {
-            SCOPED_TRACE(testing::Message() << line << " answered " << reply.ret_val);
-            ats.clear_requests();
-            ats.reply(reply);
-            EXPECT_EQ(call(), std::make_pair(rc, res));
-            ASSERT_EQ(ats.count(), 1u);
-            expect_wire(ats.last(), {line, "", 30});
-        }
-    }
+    });
 }
 
 // ---- Sending and writing -------------------------------------------------------------------------

@@ -130,21 +130,17 @@ void FakeAtServer::ring_bell() {
 void FakeAtServer::open_bell() {
     const key_t key = ftok(run_dir_.path().c_str(), atapi::bell::kBellIdentity);
     shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
-    bell_id_ = shmget(key, sizeof(atapi::bell::Page), IPC_CREAT | IPC_EXCL | 0600);
-    void* at = bell_id_ == -1 ? reinterpret_cast<void*>(-1) : shmat(bell_id_, nullptr, 0);
-    if (at == reinterpret_cast<void*>(-1)) {
+    atapi::bell::Page* page = atapi::bell::create_page(key, 0600, &bell_id_);
+    if (page == nullptr) {
         ADD_FAILURE() << "fake AT server: cannot create the reply bell: " << std::strerror(errno);
         return;
     }
-    auto* page = static_cast<atapi::bell::Page*>(at);
-    page->magic = atapi::bell::kMagic;
-    page->reply_queue = snd_q_;
+    std::atomic_ref<int32_t>(page->reply_queue).store(snd_q_);
     bell_.store(page);
 }
 
 void FakeAtServer::close_bell() {
-    if (atapi::bell::Page* page = bell_.exchange(nullptr)) shmdt(page);
-    if (bell_id_ != -1) shmctl(bell_id_, IPC_RMID, nullptr);
+    atapi::bell::remove_page(bell_.exchange(nullptr), bell_id_);
     bell_id_ = -1;
 }
 
